@@ -1,0 +1,29 @@
+// The five axes of the library and a point on them: the words that the frame,
+// the schedules and the arithmetic share. This header depends on nothing.
+#pragma once
+
+namespace diffusefilt {
+
+enum class Connectivity { maximal, minimal };
+enum class Conduction { exponential, quadratic };
+enum class ElementType { float32, float64 };
+enum class InstructionSet { avx, avx2, none };
+
+// One pipeline. Usable as a template argument, so that every function made for
+// a variant carries its instruction set in its mangled name.
+struct PipelineVariant {
+    int dimensions;
+    Connectivity connectivity;
+    Conduction conduction;
+    ElementType elementType;
+    InstructionSet instructionSet;
+
+    constexpr int elementBits() const { return elementType == ElementType::float32 ? 32 : 64; }
+
+    constexpr int vectorBits() const { return instructionSet == InstructionSet::none ? 128 : 256; }
+
+    // L, the elements of one vector: it decides the path of a call and the cut of its rows.
+    constexpr int lanes() const { return vectorBits() / elementBits(); }
+};
+
+}  // namespace diffusefilt
