@@ -1,0 +1,199 @@
+// Every pipeline of the table against the scalar reference, bit for bit: random calls on
+// guarded memory, with 1, 2 and 7 threads.
+//
+// DIFFUSEFILT_CALLS sets the number of calls for a pipeline, DIFFUSEFILT_SEED replays the
+// one call of a reported seed.
+#include <HalideRuntime.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "reference/Reference.h"
+#include "support/Bits.h"
+#include "support/GuardedBuffer.h"
+#include "support/HalideBuffer.h"
+#include "support/Pipelines.h"
+#include "support/RandomCall.h"
+#include "support/RandomNumbers.h"
+#include "support/TaskObserver.h"
+#include "support/Threads.h"
+
+namespace {
+
+using diffusefilt::ElementType;
+using diffusefilt::PipelineVariant;
+using namespace support;
+
+constexpr std::size_t bufferCapacity = std::size_t{1} << 20;
+
+void failOnError(void*, const char* message) {
+    ADD_FAILURE() << "reported: " << message;
+}
+
+int64_t environmentNumber(const char* name, int64_t otherwise) {
+    const char* text = std::getenv(name);
+    return text != nullptr ? static_cast<int64_t>(std::strtoull(text, nullptr, 0)) : otherwise;
+}
+
+// Runs calls of one pipeline and compares what they leave in memory.
+template <class T>
+class Comparison {
+public:
+    explicit Comparison(const Pipeline& pipeline)
+        : pipeline_(pipeline), input_(bufferCapacity), output_(bufferCapacity) {}
+
+    // What is wrong after the call; empty if nothing is.
+    std::string run(const RandomCall& call) {
+        const Span inputSpan = spanOf(call.input);
+        const Span outputSpan = spanOf(call.output);
+        T* input = input_.place<T>(inputSpan.count, call.inputPlacement);
+        T* output = output_.place<T>(outputSpan.count, call.outputPlacement);
+        // The margin on the side without a guard.
+        const int64_t before = call.outputPlacement == Placement::atEnd ? margin : 0;
+        T* const watched = output - before;
+        const int64_t watchedCount = outputSpan.count + margin;
+        expected_.assign(watchedCount, junk);
+        std::fill_n(watched, watchedCount, junk);
+        input_.makeWritable();
+        fillContent(call, input, inputSpan.count);
+        input_.makeReadOnly();
+
+        const auto from = viewOf<const T>(call.input, input);
+        const auto to = viewOf(call.output, output);
+        const auto wanted = viewOf(call.output, expected_.data() + before);
+        const int status = pipeline_.entry(HalideBuffer(from), call.gradTIn, HalideBuffer(to));
+        if (status != 0) return "returned " + std::to_string(status);
+        reference::filter(pipeline_.variant, from, call.gradTIn, wanted);
+
+        const auto [foundAt, wantedAt] =
+            std::mismatch(watched, watched + watchedCount, expected_.begin(),
+                          [](T a, T b) { return sameBits(a, b); });
+        if (foundAt == watched + watchedCount) return {};
+        const std::string element = firstDifference<T>(constant(to), constant(wanted));
+        if (!element.empty()) return element;
+        return "memory outside the output's elements was written, at offset " +
+               std::to_string(foundAt - output) + " from the lowest one";
+    }
+
+private:
+    static constexpr int64_t margin = 64;
+    static constexpr T junk = T(-6328.7212);  // no NaN, so that a change of it shows
+
+    static reference::View<const T> constant(const reference::View<T>& view) {
+        reference::View<const T> result = {view.host, view.dimensions, {}, {}, {}};
+        std::copy_n(view.min, 3, result.min);
+        std::copy_n(view.extent, 3, result.extent);
+        std::copy_n(view.stride, 3, result.stride);
+        return result;
+    }
+
+    const Pipeline& pipeline_;
+    GuardedBuffer input_;
+    GuardedBuffer output_;
+    std::vector<T> expected_;
+};
+
+class Agreement : public testing::TestWithParam<Pipeline> {
+protected:
+    void SetUp() override {
+        if (!processorRuns(GetParam().variant.instructionSet)) {
+            GTEST_SKIP() << "the processor lacks the instruction set";
+        }
+    }
+    void TearDown() override { halide_set_error_handler(previousHandler_); }
+
+    PipelineVariant variant() const { return GetParam().variant; }
+
+    template <class T>
+    void compareCalls();
+    template <class T>
+    void comparePortion(Comparison<T>& comparison, int threads, int64_t calls);
+    template <class T>
+    void meetOnWideImage(int threads);
+
+    TaskObserver observer_;
+    halide_error_handler_t previousHandler_ = halide_set_error_handler(failOnError);
+    RandomNumbers seeds_{20240501};
+    int64_t inLineCalls_ = 0;
+    int64_t parallelCalls_ = 0;
+};
+
+template <class T>
+void Agreement::compareCalls() {
+    Comparison<T> comparison(GetParam());
+    const int64_t seed = environmentNumber("DIFFUSEFILT_SEED", -1);
+    if (seed != -1) {
+        const auto call =
+            makeRandomCall(static_cast<uint64_t>(seed), variant().dimensions, variant().lanes());
+        ASSERT_EQ(comparison.run(call), "") << describe(call);
+        return;
+    }
+    const int64_t calls =
+        environmentNumber("DIFFUSEFILT_CALLS", variant().dimensions == 2 ? 20000 : 10000);
+    for (const int threads : {1, 2, 7}) {
+        withThreads(threads, [&] { comparePortion(comparison, threads, calls / 3 + 1); });
+        if (HasFatalFailure()) return;
+    }
+    EXPECT_GT(inLineCalls_, calls / 4);
+    EXPECT_GT(parallelCalls_, calls / 4);
+}
+
+template <class T>
+void Agreement::comparePortion(Comparison<T>& comparison, int threads, int64_t calls) {
+    for (int64_t i = 0; i < calls; ++i) {
+        const auto call = makeRandomCall(seeds_.next(), variant().dimensions, variant().lanes());
+        observer_.restart();
+        ASSERT_EQ(comparison.run(call), "") << describe(call) << ", threads " << threads;
+        const int wantedTasks = call.inLine ? 0 : call.output.extent[variant().dimensions - 1];
+        ASSERT_EQ(observer_.tasks(), wantedTasks) << describe(call);
+        ASSERT_LE(observer_.threads(), threads);
+        ++(call.inLine ? inLineCalls_ : parallelCalls_);
+    }
+}
+
+// An image of many rows or planes whose tasks wait until all the threads have come.
+template <class T>
+void Agreement::meetOnWideImage(int threads) {
+    Comparison<T> comparison(GetParam());
+    RandomCall call = {};
+    const int width = 4 * variant().lanes() + 3;
+    call.input = {variant().dimensions, {0, 0, 0}, {width, 64, 1}, {1, width, width * 64}};
+    if (variant().dimensions == 3) {
+        call.input = {3, {0, 0, 0}, {width, 3, 64}, {1, width, width * 3}};
+    }
+    call.output = call.input;
+    call.gradTIn = 40;
+    call.content = Content::noise;
+    withThreads(threads, [&] {
+        observer_.restart(threads);
+        EXPECT_EQ(comparison.run(call), "") << describe(call);
+        EXPECT_EQ(observer_.threads(), threads);
+    });
+}
+
+TEST_P(Agreement, RandomCallsMatchTheReference) {
+    if (variant().elementType == ElementType::float32) {
+        compareCalls<float>();
+    } else {
+        compareCalls<double>();
+    }
+}
+
+TEST_P(Agreement, ThreadsShareOneCall) {
+    for (const int threads : {1, 2, 7}) {
+        if (variant().elementType == ElementType::float32) {
+            meetOnWideImage<float>(threads);
+        } else {
+            meetOnWideImage<double>(threads);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pipelines, Agreement, testing::ValuesIn(pipelines()),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace

@@ -1,0 +1,13 @@
+// The weighted sum of the fluxes of one element. Each pipeline has an order of its
+// own, which decides the last bits of the result.
+#pragma once
+
+#include "Neighbours.h"
+#include "PipelineVariant.h"
+
+namespace reference {
+
+template <class T>
+T weightedSum(diffusefilt::PipelineVariant variant, bool inLine, const Pulls<T>& pulls);
+
+}  // namespace reference

@@ -1,0 +1,48 @@
+#include "Pipelines.h"
+
+#include <ostream>
+
+#include "diffusefilt_halide.h"
+#include "frame/pipelineNames.h"
+
+#define PASTE(name, suffix) PASTE_TOKENS(name, suffix)
+#define PASTE_TOKENS(name, suffix) name##suffix
+
+namespace support {
+
+const std::vector<Pipeline>& pipelines() {
+    static const std::vector<Pipeline> all = {
+#define PIPELINE(...)                                                                   \
+    {DIFFUSEFILT_TEXT(DIFFUSEFILT_NAME(__VA_ARGS__)), DIFFUSEFILT_VARIANT(__VA_ARGS__), \
+     &DIFFUSEFILT_NAME(__VA_ARGS__), &PASTE(DIFFUSEFILT_NAME(__VA_ARGS__), _argv),      \
+     &PASTE(DIFFUSEFILT_NAME(__VA_ARGS__), _metadata)},
+#include "frame/pipelines.def"
+    };
+    return all;
+}
+
+const Pipeline* findPipeline(std::string_view name) {
+    for (const Pipeline& pipeline : pipelines()) {
+        if (pipeline.name == name) return &pipeline;
+    }
+    return nullptr;
+}
+
+bool processorRuns(diffusefilt::InstructionSet instructionSet) {
+    switch (instructionSet) {
+        case diffusefilt::InstructionSet::avx:
+            return __builtin_cpu_supports("avx");
+        case diffusefilt::InstructionSet::avx2:
+            return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") &&
+                   __builtin_cpu_supports("bmi");
+        case diffusefilt::InstructionSet::none:
+            break;
+    }
+    return true;
+}
+
+void PrintTo(const Pipeline& pipeline, std::ostream* stream) {
+    *stream << pipeline.name;
+}
+
+}  // namespace support
