@@ -11,3 +11,7 @@
                                     ::diffusefilt::Conduction::conduction,                     \
                                     ::diffusefilt::ElementType::elementType,                   \
                                     ::diffusefilt::InstructionSet::instructionSet})
+
+// The text of a token that may itself be a macro.
+#define DIFFUSEFILT_TEXT(token) DIFFUSEFILT_TEXT_OF(token)
+#define DIFFUSEFILT_TEXT_OF(token) #token
