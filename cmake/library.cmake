@@ -29,13 +29,16 @@ add_library(diffusefilt_halide SHARED
   diffusefilt_halide/frame/regions.cpp
   diffusefilt_halide/registerTBB.cpp
   runtime/nullArgumentReporter.cpp
-  $<TARGET_OBJECTS:diffusefilt_none>
-  ${runtime_object})
-target_link_libraries(diffusefilt_halide PRIVATE diffusefilt_common TBB::tbb m)
+  $<TARGET_OBJECTS:diffusefilt_none>)
+# The runtime comes behind our own objects: of two weak definitions the linker keeps the
+# first, and one reporter is ours.
+add_dependencies(diffusefilt_halide halide_runtime)
+target_link_libraries(diffusefilt_halide PRIVATE
+  ${runtime_object} diffusefilt_common TBB::tbb m)
 target_include_directories(diffusefilt_halide INTERFACE include)
 
 set(exports_map ${CMAKE_CURRENT_SOURCE_DIR}/diffusefilt_halide/exports.map)
-set_target_properties(diffusefilt_halide PROPERTIES LINK_DEPENDS ${exports_map})
+set_target_properties(diffusefilt_halide PROPERTIES LINK_DEPENDS "${exports_map};${runtime_object}")
 # Kept mapped: to unload it under TBB's sleeping workers is to crash.
 target_link_options(diffusefilt_halide PRIVATE
   -Wl,--version-script=${exports_map} -Wl,-z,nodelete)

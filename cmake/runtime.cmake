@@ -12,7 +12,7 @@ add_custom_command(
   DEPENDS makeRuntime
   COMMENT "Writing the Halide runtime"
   VERBATIM)
-set_source_files_properties(${runtime_object} PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+add_custom_target(halide_runtime DEPENDS ${runtime_object})
 
 # Halide's headers alone, for those who need only the records of the runtime.
 add_library(halide_headers INTERFACE)

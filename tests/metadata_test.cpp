@@ -1,0 +1,102 @@
+// The argument-vector wrapper and the metadata of every pipeline.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "support/FrameCall.h"
+
+namespace {
+
+using namespace support;
+
+class Description : public testing::TestWithParam<Pipeline> {};
+
+TEST_P(Description, StatesThePipeline) {
+    const Pipeline& pipeline = GetParam();
+    const int n = pipeline.variant.dimensions;
+    const auto bits = static_cast<uint8_t>(pipeline.variant.elementBits());
+    const halide_filter_metadata_t* metadata = pipeline.metadata();
+    EXPECT_EQ(metadata, pipeline.metadata());
+    EXPECT_EQ(metadata->version, 0);
+    EXPECT_STREQ(metadata->name, pipeline.name);
+    const std::string set =
+        std::string(pipeline.name).substr(std::string(pipeline.name).rfind('_'));
+    const std::string features = set == "_none"  ? "large_buffers-no_runtime"
+                                 : set == "_avx" ? "avx-large_buffers-no_runtime-sse41"
+                                                 : "avx-avx2-large_buffers-no_runtime-sse41";
+    EXPECT_EQ(metadata->target, "x86-64-linux-" + features);
+
+    ASSERT_EQ(metadata->num_arguments, 3);
+    const struct {
+        std::string name;
+        int kind;
+        int dimensions;
+        uint8_t bits;
+    } expected[3] = {{"keyimForType", 1, n, bits},
+                     {"gradTIn", 0, 0, 64},
+                     {"diffusefilt" + std::to_string(n), 2, n, bits}};
+    for (int i = 0; i < 3; ++i) {
+        const halide_filter_argument_t& argument = metadata->arguments[i];
+        EXPECT_EQ(argument.name, expected[i].name);
+        EXPECT_EQ(argument.kind, expected[i].kind);
+        EXPECT_EQ(argument.dimensions, expected[i].dimensions);
+        EXPECT_EQ(argument.type, halide_type_t(halide_type_float, expected[i].bits));
+        EXPECT_EQ(argument.scalar_def != nullptr, i == 1);
+        EXPECT_EQ(argument.scalar_min, nullptr);
+        EXPECT_EQ(argument.scalar_max, nullptr);
+        EXPECT_EQ(argument.scalar_estimate, nullptr);
+        EXPECT_EQ(argument.buffer_estimates, nullptr);
+    }
+    EXPECT_EQ(metadata->arguments[1].scalar_def->u.u64, 0u);  // +0.0
+}
+
+TEST_P(Description, ArgumentVectorReachesTheEntry) {
+    MessageCatcher catcher;
+    FrameCall direct(GetParam(), 11);
+    FrameCall wrapped(GetParam(), 11);
+    for (FrameCall* call : {&direct, &wrapped})
+        call->inputMemory[2 * sizeof(double)] = std::byte{1};
+    void* args[] = {&wrapped.input, &wrapped.gradTIn, &wrapped.output};
+    EXPECT_EQ(direct.run(), 0);
+    EXPECT_EQ(GetParam().argv(args), 0);
+    EXPECT_EQ(direct.outputMemory, wrapped.outputMemory);
+    EXPECT_FALSE(wrapped.outputIsUntouched());
+
+    wrapped.gradTIn = 0;  // the value, not a copy made earlier, is read
+    EXPECT_EQ(GetParam().argv(args), 0);
+
+    args[2] = nullptr;
+    EXPECT_EQ(GetParam().argv(args), -12);
+    args[0] = nullptr;
+    EXPECT_EQ(GetParam().argv(args), -12);
+    const std::string output = "diffusefilt" + std::to_string(GetParam().variant.dimensions);
+    EXPECT_EQ(catcher.messages(),
+              (std::vector<std::string>{"Buffer argument " + output + " is NULL",
+                                        "Buffer argument keyimForType is NULL"}));
+}
+
+TEST_P(Description, ArgumentVectorAnswersQueries) {
+    FrameCall direct(GetParam(), 3);
+    FrameCall wrapped(GetParam(), 3);
+    for (FrameCall* call : {&direct, &wrapped}) call->input.host = nullptr;
+    void* args[] = {&wrapped.input, &wrapped.gradTIn, &wrapped.output};
+    EXPECT_EQ(direct.run(), 0);
+    EXPECT_EQ(GetParam().argv(args), 0);
+    for (int d = 0; d < 3; ++d) EXPECT_EQ(direct.inputDim[d], wrapped.inputDim[d]);
+}
+
+// Nothing is shared between two pipelines.
+TEST(Descriptions, HaveTheirOwnTexts) {
+    std::set<const void*> addresses;
+    for (const Pipeline& pipeline : pipelines()) {
+        const halide_filter_metadata_t* metadata = pipeline.metadata();
+        addresses.insert({metadata, metadata->arguments, metadata->name, metadata->target,
+                          metadata->arguments[0].name, metadata->arguments[1].name,
+                          metadata->arguments[2].name, metadata->arguments[1].scalar_def});
+    }
+    EXPECT_EQ(addresses.size(), 8 * pipelines().size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Pipelines, Description, testing::ValuesIn(pipelines()), nameOf);
+
+}  // namespace
