@@ -1,0 +1,144 @@
+// The parallel loop on TBB, through the runtime's interface: ranges, statuses, hooks and
+// exceptions.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+
+#include "support/FrameCall.h"
+#include "support/TaskObserver.h"
+#include "support/Threads.h"
+
+namespace {
+
+using namespace support;
+
+// A loop whose tasks count themselves and return what `statuses` says.
+struct Loop {
+    int run(int min, int extent) {
+        return halide_do_par_for(this, task, min, extent, reinterpret_cast<uint8_t*>(this));
+    }
+
+    static int task(void* userContext, int number, uint8_t* closure) {
+        auto& loop = *reinterpret_cast<Loop*>(closure);
+        EXPECT_EQ(userContext, closure);
+        const std::lock_guard lock(loop.mutex);
+        ++loop.runs[number];
+        const auto status = loop.statuses.find(number);
+        return status == loop.statuses.end() ? 0 : status->second;
+    }
+
+    std::mutex mutex;
+    std::map<int, int> runs;
+    std::map<int, int> statuses;
+};
+
+TEST(ParallelLoop, RunsEachTaskOnce) {
+    for (const int threads : {1, 2, 7}) {
+        withThreads(threads, [] {
+            for (const auto& [min, extent] :
+                 {std::pair{0, 1}, {-7, 20}, {2147483600, 47}, {5, 1000}}) {
+                Loop loop;
+                EXPECT_EQ(loop.run(min, extent), 0);
+                EXPECT_EQ(loop.runs.size(), size_t(extent));
+                EXPECT_EQ(loop.runs.begin()->first, min);
+                EXPECT_EQ(loop.runs.rbegin()->first, min + (extent - 1));
+                for (const auto& [number, count] : loop.runs) EXPECT_EQ(count, 1) << number;
+            }
+        });
+    }
+}
+
+TEST(ParallelLoop, EmptyAndWrappingRangesRunNothing) {
+    TaskObserver observer;
+    for (const auto& [min, extent] : {std::pair{3, 0},
+                                      {3, -1},
+                                      {0, -2147483647 - 1},
+                                      {2147483600, 48},
+                                      {2147483647, 2147483647}}) {
+        Loop loop;
+        loop.statuses[min] = -1;
+        EXPECT_EQ(loop.run(min, extent), 0) << min << ", " << extent;
+    }
+    EXPECT_EQ(observer.tasks(), 0);
+}
+
+TEST(ParallelLoop, FailuresAreReturnedAndStopNothing) {
+    for (const int threads : {1, 2, 7}) {
+        withThreads(threads, [] {
+            Loop one;
+            one.statuses[17] = -99;
+            EXPECT_EQ(one.run(0, 100), -99);
+            EXPECT_EQ(one.runs.size(), 100u);
+
+            Loop two;
+            two.statuses = {{3, 5}, {96, -6}};
+            const int status = two.run(0, 100);
+            EXPECT_TRUE(status == 5 || status == -6) << status;
+            EXPECT_EQ(two.runs.size(), 100u);
+        });
+    }
+}
+
+// A task may start a loop of its own.
+TEST(ParallelLoop, Nests) {
+    static std::atomic<int> inner;
+    inner = 0;
+    const auto leaf = [](void*, int, uint8_t*) { return int(++inner > 0) - 1; };
+    static halide_task_t leafTask;
+    leafTask = leaf;
+    const auto outer = [](void*, int number, uint8_t*) {
+        return halide_do_par_for(nullptr, leafTask, number, 10, nullptr);
+    };
+    EXPECT_EQ(halide_do_par_for(nullptr, outer, 0, 20, nullptr), 0);
+    EXPECT_EQ(inner, 200);
+}
+
+int throwingTask(void*, halide_task_t, int number, uint8_t*) {
+    if (number == 2) throw std::runtime_error("thrown by a task handler");
+    return 0;
+}
+
+int failingTask(void*, halide_task_t, int, uint8_t*) {
+    return -42;
+}
+
+// A host's task handler serves the pipelines: it may fail, and it may throw through the
+// entry; the next call is served as ever.
+TEST(ParallelLoop, PipelinesUseTheTaskHandler) {
+    const Pipeline& pipeline = pipelines().front();
+    FrameCall call(pipeline, pipeline.variant.lanes() + 1);
+    const halide_do_task_t previous = halide_set_custom_do_task(failingTask);
+    EXPECT_EQ(call.run(), -42);
+    halide_set_custom_do_task(throwingTask);
+    EXPECT_THROW(call.run(), std::runtime_error);
+    halide_set_custom_do_task(previous);
+    EXPECT_TRUE(call.outputIsUntouched());
+    EXPECT_EQ(call.run(), 0);
+    EXPECT_FALSE(call.outputIsUntouched());
+}
+
+// The host may put the runtime's own loop in place; what it gets back is ours, and
+// handing that over restores it.
+TEST(ParallelLoop, TheHostMayReplaceIt) {
+    const Pipeline& pipeline = pipelines().front();
+    FrameCall onTBB(pipeline, 30);
+    FrameCall onPool(pipeline, 30);
+    for (FrameCall* call : {&onTBB, &onPool}) {
+        for (size_t i = 0; i < call->inputMemory.size(); ++i) {
+            call->inputMemory[i] = std::byte((i * i) % 61);
+        }
+    }
+    EXPECT_EQ(onTBB.run(), 0);
+    const halide_do_par_for_t ours = halide_set_custom_do_par_for(halide_default_do_par_for);
+    EXPECT_NE(ours, nullptr);
+    EXPECT_NE(ours, &halide_default_do_par_for);
+    EXPECT_EQ(onPool.run(), 0);
+    EXPECT_EQ(halide_set_custom_do_par_for(ours), &halide_default_do_par_for);
+    halide_shutdown_thread_pool();
+    EXPECT_EQ(onTBB.outputMemory, onPool.outputMemory);
+}
+
+}  // namespace

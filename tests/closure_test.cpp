@@ -1,0 +1,165 @@
+// The closure records, as the host of a replaced parallel loop sees them: every field in
+// its place with its value.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+
+#include "support/CapturedLoop.h"
+
+namespace {
+
+using namespace support;
+
+// The names of a record's fields in their order. An int64 or a pointer is marked "+",
+// the threshold and sqrtThree have their own width; everything else is an int32.
+const std::map<std::string, std::string> layouts = {
+    {"2_minimal_float64",
+     "outMin0 interiorRowEnd interiorRowBegin outStride1 gradTIn inputExtent1 inputStride1 "
+     "interiorVectorEnd +inputOffset +outputOffset inputMax0 lastVectorX vectorCount "
+     "leftVectorCount"},
+    {"2_minimal_float32",
+     "outMin0 interiorRowEnd interiorRowBegin outStride1 inputExtent1 inputStride1 "
+     "interiorVectorEnd +inputOffset gradTIn +outputOffset inputMax0 lastVectorX vectorCount "
+     "leftVectorCount"},
+    {"2_maximal_float64",
+     "outMin0 unclampedRowEnd outStride1 gradTIn inputExtent1 inputStride1 unclampedSpan "
+     "+inputOffset +outputOffset vectorCount lastVectorX inputMax0"},
+    {"2_maximal_float32",
+     "outMin0 unclampedRowEnd outStride1 inputExtent1 inputStride1 unclampedSpan +inputOffset "
+     "gradTIn +outputOffset vectorCount lastVectorX inputMax0"},
+    {"3_minimal_float64",
+     "outExtent1 outMin0 outMin1 interiorPlaneEnd interiorPlaneBegin outStride1 outStride2 gradTIn "
+     "inputExtent1 inputExtent2 inputStride1 inputStride2 interiorRowEnd +inputOffset "
+     "+outputOffset interiorVectorEnd outEnd1 inputMax0 inputMax1 lastVectorX vectorCount "
+     "interiorRowBegin leftVectorCount"},
+    {"3_minimal_float32",
+     "outExtent1 outMin0 outMin1 interiorPlaneEnd interiorPlaneBegin outStride1 outStride2 "
+     "inputExtent1 inputExtent2 inputStride1 inputStride2 interiorRowEnd +inputOffset gradTIn "
+     "+outputOffset interiorVectorEnd outEnd1 inputMax0 inputMax1 lastVectorX vectorCount "
+     "interiorRowBegin leftVectorCount"},
+    {"3_maximal_float64",
+     "outExtent1 outMin0 outMin1 unclampedPlaneEnd outStride1 outStride2 gradTIn inputExtent1 "
+     "inputExtent2 inputStride1 inputStride2 unclampedRowEnd unclampedSpan sqrtThree +inputOffset "
+     "+outputOffset vectorCount lastVectorX inputMax0 outEnd1 inputMax1"},
+    {"3_maximal_float32",
+     "outExtent1 outMin0 outMin1 unclampedPlaneEnd outStride1 outStride2 inputExtent1 inputExtent2 "
+     "inputStride1 inputStride2 unclampedRowEnd unclampedSpan +inputOffset gradTIn +outputOffset "
+     "vectorCount lastVectorX inputMax0 outEnd1 inputMax1"},
+};
+
+// The input is 61 x 29 (x 13), the output starts at (3, 2, 0) and measures 41 x 17 (x 9).
+// What does not depend on the number of lanes:
+const std::map<std::string, int64_t> valuesOfEveryRecord = {
+    {"outMin0", 3},          {"outMin1", 2},           {"outExtent1", 17},
+    {"outEnd1", 19},         {"outStride1", 43},       {"outStride2", -900},
+    {"inputExtent1", 29},    {"inputExtent2", 13},     {"inputStride1", 67},
+    {"inputStride2", 2100},  {"inputMax0", 60},        {"inputMax1", 28},
+    {"inputOffset", 0},      {"outputOffset", 89},     {"interiorRowBegin", 2},
+    {"interiorRowEnd", 19},  {"unclampedRowEnd", 19},  {"interiorPlaneBegin", 1},
+    {"interiorPlaneEnd", 9}, {"unclampedPlaneEnd", 9}, {"leftVectorCount", 0}};
+const std::map<int, std::map<std::string, int64_t>> valuesOfLanes = {
+    {2,
+     {{"lastVectorX", 42}, {"vectorCount", 21}, {"interiorVectorEnd", 20}, {"unclampedSpan", 39}}},
+    {4,
+     {{"lastVectorX", 40}, {"vectorCount", 11}, {"interiorVectorEnd", 10}, {"unclampedSpan", 37}}},
+    {8,
+     {{"lastVectorX", 36}, {"vectorCount", 6}, {"interiorVectorEnd", 5}, {"unclampedSpan", 33}}}};
+
+// Reads a record member by member, as a compiler lays them out.
+class RecordReader {
+public:
+    explicit RecordReader(const std::vector<uint8_t>& bytes) : bytes_(bytes) {}
+
+    template <class T>
+    T next() {
+        at_ = (at_ + alignof(T) - 1) / alignof(T) * alignof(T);
+        T value;
+        std::memcpy(&value, bytes_.data() + at_, sizeof(T));
+        at_ += sizeof(T);
+        return value;
+    }
+
+private:
+    const std::vector<uint8_t>& bytes_;
+    size_t at_ = 0;
+};
+
+class ClosureRecord : public testing::TestWithParam<Pipeline> {
+protected:
+    std::string layoutName() const {
+        const diffusefilt::PipelineVariant& v = GetParam().variant;
+        return std::to_string(v.dimensions) +
+               (v.connectivity == diffusefilt::Connectivity::minimal ? "_minimal" : "_maximal") +
+               "_float" + std::to_string(v.elementBits());
+    }
+
+    int64_t valueOf(const std::string& name) const {
+        const auto& ofLanes = valuesOfLanes.at(GetParam().variant.lanes());
+        const auto found = ofLanes.find(name);
+        return found != ofLanes.end() ? found->second : valuesOfEveryRecord.at(name);
+    }
+};
+
+TEST_P(ClosureRecord, HoldsEveryFieldInItsPlace) {
+    const bool isDouble = GetParam().variant.elementBits() == 64;
+    CapturedLoop loop(GetParam(), {{0, 61, 1}, {0, 29, 67}, {0, 13, 2100}},
+                      {{3, 41, 1}, {2, 17, 43}, {0, 9, -900}}, 0.1);
+    RecordReader record(loop.record);
+    std::istringstream fields(layouts.at(layoutName()));
+    for (std::string field; fields >> field;) {
+        SCOPED_TRACE(field);
+        if (field == "gradTIn") {
+            EXPECT_EQ(isDouble ? record.next<double>() : record.next<float>(),
+                      isDouble ? 0.1 : 0.1f);
+        } else if (field == "sqrtThree") {
+            EXPECT_EQ(record.next<uint64_t>(), 0x3ffbb67ae8584caaU);
+        } else if (field[0] == '+') {
+            EXPECT_EQ(record.next<int64_t>(), valueOf(field.substr(1)));
+        } else {
+            EXPECT_EQ(record.next<int32_t>(), valueOf(field));
+        }
+    }
+    EXPECT_EQ(record.next<void*>(), loop.outputHost());
+    EXPECT_EQ(record.next<void*>(), loop.outputBuffer());
+    EXPECT_EQ(record.next<void*>(), loop.inputHost());
+    EXPECT_EQ(record.next<void*>(), loop.inputBuffer());
+    const bool is3D = GetParam().variant.dimensions == 3;
+    EXPECT_EQ(loop.userContext, nullptr);
+    EXPECT_EQ(loop.first, is3D ? 0 : 2);
+    EXPECT_EQ(loop.count, is3D ? 9 : 17);
+}
+
+// Offsets are 64-bit products of sign-extended fields.
+TEST_P(ClosureRecord, OffsetsAreNotNarrowed) {
+    CapturedLoop loop(GetParam(), {{-5, 61, 1}, {-3, 29, 2000000000}, {0, 13, 7}},
+                      {{1, 41, 1}, {4, 17, -2000000000}, {0, 9, 3}}, 1);
+    RecordReader record(loop.record);
+    std::istringstream fields(layouts.at(layoutName()));
+    for (std::string field; fields >> field;) {
+        if (field == "+inputOffset") {
+            EXPECT_EQ(record.next<int64_t>(), -6000000005);
+        } else if (field == "+outputOffset") {
+            EXPECT_EQ(record.next<int64_t>(), -7999999999);
+        } else if (field == "sqrtThree" || (field == "gradTIn" && layoutName().ends_with("64"))) {
+            record.next<double>();
+        } else {
+            record.next<int32_t>();
+        }
+    }
+}
+
+// The path changes over at an input one element wider than a vector, whatever else.
+TEST_P(ClosureRecord, WideInputsRunTheLoop) {
+    const int L = GetParam().variant.lanes();
+    for (const int width : {1, L - 1, L, L + 1, L + 2}) {
+        CapturedLoop loop(GetParam(), {{0, width, 1}, {0, 1, 67}, {0, 2, 2100}},
+                          {{-1, L, 1}, {0, 1, 43}, {0, 2, 1000}}, 1);
+        EXPECT_EQ(loop.ran, width > L) << width;
+        EXPECT_EQ(loop.status, width > L ? CapturedLoop::loopStatus : 0);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pipelines, ClosureRecord, testing::ValuesIn(pipelines()), nameOf);
+
+}  // namespace
