@@ -38,11 +38,11 @@ extern "C" {
 struct halide_buffer_t;
 struct halide_filter_metadata_t;
 
-#define DIFFUSEFILT_DECLARE_PIPELINE(name)                                         \
-    int name(struct halide_buffer_t *keyimForType, double gradTIn,                 \
-             struct halide_buffer_t *output);                                      \
-    int name##_argv(void **args);                                                  \
-    const struct halide_filter_metadata_t *name##_metadata(void)
+#define DIFFUSEFILT_DECLARE_PIPELINE(name)                         \
+    int name(struct halide_buffer_t* keyimForType, double gradTIn, \
+             struct halide_buffer_t* output);                      \
+    int name##_argv(void** args);                                  \
+    const struct halide_filter_metadata_t* name##_metadata(void)
 
 DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float64_none);
 

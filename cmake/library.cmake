@@ -1,0 +1,44 @@
+# libdiffusefilt_halide.so
+find_package(TBB REQUIRED)
+
+# The element code, compiled once for each instruction set. -march comes first and fixes
+# the processor, whatever the build was given; the negative flags say what the set may
+# not use. No exception can start in it, so none of its functions carries a handler; and
+# it never looks at errno, but the calls of exp and floorf are part of the results.
+function(diffusefilt_element_objects set)
+  add_library(diffusefilt_${set} OBJECT diffusefilt_halide/schedules/${set}.cpp)
+  target_compile_options(diffusefilt_${set} PRIVATE
+    -march=x86-64 ${ARGN} -ffp-contract=off -fno-exceptions -fno-stack-protector)
+  target_link_libraries(diffusefilt_${set} PRIVATE diffusefilt_common)
+endfunction()
+
+add_library(diffusefilt_common INTERFACE)
+target_include_directories(diffusefilt_common INTERFACE diffusefilt_halide include)
+target_compile_options(diffusefilt_common INTERFACE
+  -fPIC -fvisibility=hidden $<$<CXX_COMPILER_ID:Clang>:-fsemantic-interposition>)
+target_link_libraries(diffusefilt_common INTERFACE diffusefilt_options halide_headers)
+
+# g++ would put its own floor in place of the call that the set makes.
+diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf)
+
+add_library(diffusefilt_halide SHARED
+  diffusefilt_halide/frame/boundsQuery.cpp
+  diffusefilt_halide/frame/checkLadder.cpp
+  diffusefilt_halide/frame/entry.cpp
+  diffusefilt_halide/frame/exports.cpp
+  diffusefilt_halide/frame/regions.cpp
+  diffusefilt_halide/registerTBB.cpp
+  runtime/nullArgumentReporter.cpp
+  $<TARGET_OBJECTS:diffusefilt_none>
+  ${runtime_object})
+target_link_libraries(diffusefilt_halide PRIVATE diffusefilt_common TBB::tbb m)
+target_include_directories(diffusefilt_halide INTERFACE include)
+
+set(exports_map ${CMAKE_CURRENT_SOURCE_DIR}/diffusefilt_halide/exports.map)
+set_target_properties(diffusefilt_halide PROPERTIES LINK_DEPENDS ${exports_map})
+# Kept mapped: to unload it under TBB's sleeping workers is to crash.
+target_link_options(diffusefilt_halide PRIVATE
+  -Wl,--version-script=${exports_map} -Wl,-z,nodelete)
+if(NOT DIFFUSEFILT_SANITIZE)
+  target_link_options(diffusefilt_halide PRIVATE -Wl,-z,defs)
+endif()

@@ -1,0 +1,47 @@
+// The conductance g of a neighbour, from its scaled gradient t = |d| / K:
+//   quadratic    1 / (1 + t^2)
+//   exponential  exp(-t^2)
+// (Perona and Malik, Scale-space and edge detection using anisotropic diffusion, IEEE
+// Transactions on Pattern Analysis and Machine Intelligence 12(7), 1990.)
+#pragma once
+
+#include <math.h>
+
+#include "arithmetic/form.h"
+#include "arithmetic/inlineExponential.h"
+
+namespace diffusefilt {
+
+// |d| of d = n - c: the sign mask in the vector loops, a selection in line.
+template <class Form>
+[[gnu::always_inline]] inline typename Form::Value magnitude(typename Form::Value d,
+                                                             typename Form::Value n,
+                                                             typename Form::Value c) noexcept {
+    if constexpr (Form::path == Path::parallel) {
+        return clearSign(d);
+    } else {
+        return 0 <= d ? d : c - n;
+    }
+}
+
+// exp of the math library, one call for each lane, in rising order.
+template <class V>
+[[gnu::always_inline]] inline V libraryExponential(V u) noexcept {
+    return fromLanes<V>([&](int i) noexcept
+                        __attribute__((always_inline)) { return ::exp(laneOf(u, i)); });
+}
+
+template <class Form>
+[[gnu::always_inline]] inline typename Form::Value conductance(typename Form::Value t) noexcept {
+    using V = typename Form::Value;
+    using T = typename Form::Element;
+    if constexpr (Form::variant.conduction == Conduction::quadratic) {
+        return T(1) / multiplyAdd<Form::set>(t, t, broadcast<V>(T(1)));
+    } else if constexpr (Form::variant.elementType == ElementType::float64) {
+        return libraryExponential<V>(-(t * t));
+    } else {
+        return exponentialOfMinus<Form::set>(V(t * t));
+    }
+}
+
+}  // namespace diffusefilt

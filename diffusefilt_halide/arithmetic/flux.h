@@ -1,0 +1,58 @@
+// The fluxes of one element or vector: g * d for each neighbour, with d = neighbour -
+// centre. Each neighbour is read and its conductance worked out where its flux is asked
+// for; nothing is kept.
+#pragma once
+
+#include "arithmetic/conduction.h"
+#include "arithmetic/neighbours.h"
+
+namespace diffusefilt {
+
+template <class Form, class Reader>
+class Fluxes {
+public:
+    using Value = typename Form::Value;
+    using Element = typename Form::Element;
+
+    [[gnu::always_inline]] Fluxes(const Reader& read, Value c, Element gradTInv) noexcept
+        : read_(read), centre_(c), gradTInv_(gradTInv) {}
+
+    // The flux of a neighbour, a rounded product.
+    [[gnu::always_inline]] Value operator()(Offset neighbour) const noexcept {
+        const Term term = termOf(neighbour);
+        return term.g * term.d;
+    }
+
+    // The fluxes added one after another. In avx2 each but the first is fused into the sum.
+    template <class... Offsets>
+    [[gnu::always_inline]] Value chain(Offset first, Offsets... rest) const noexcept {
+        Value sum = (*this)(first);
+        ((sum = added(sum, termOf(rest))), ...);
+        return sum;
+    }
+
+private:
+    struct Term {
+        Value d;
+        Value g;
+    };
+
+    // The gradient is scaled by the reciprocal of the threshold, not divided by it: the
+    // two round differently.
+    [[gnu::always_inline]] Term termOf(Offset neighbour) const noexcept {
+        const Value n = read_(neighbour);
+        const Value d = n - centre_;
+        const Value t = magnitude<Form>(d, n, centre_) * gradTInv_;
+        return {d, conductance<Form>(t)};
+    }
+
+    [[gnu::always_inline]] static Value added(Value sum, Term term) noexcept {
+        return multiplyAdd<Form::set>(term.d, term.g, sum);
+    }
+
+    const Reader& read_;
+    Value centre_;
+    Element gradTInv_;
+};
+
+}  // namespace diffusefilt

@@ -1,0 +1,139 @@
+// Lanes: N elements that every operation treats alike and none mixes. One lane is the
+// plain element; more are a vector of the compiler. The operators + - * / are the
+// language's; here stands what it has no word for.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstdint>
+#include <utility>
+
+#include "PipelineVariant.h"
+
+namespace diffusefilt {
+
+template <class T, int N>
+struct LanesType {
+    using Type [[gnu::vector_size(N * sizeof(T))]] = T;
+};
+template <class T>
+struct LanesType<T, 1> {
+    using Type = T;
+};
+template <class T, int N>
+using Lanes = typename LanesType<T, N>::Type;
+
+template <class V>
+struct LanesTraits {
+    using Element = V;
+    static constexpr int count = 1;
+};
+template <class V>
+requires requires(V v) {
+    v[0];
+}
+struct LanesTraits<V> {
+    using Element = std::remove_cvref_t<decltype(V{}[0])>;
+    static constexpr int count = sizeof(V) / sizeof(Element);
+};
+template <class V>
+using ElementOfLanes = typename LanesTraits<V>::Element;
+
+template <class V>
+[[gnu::always_inline]] inline ElementOfLanes<V> laneOf(const V& v, int i) noexcept {
+    if constexpr (LanesTraits<V>::count == 1) {
+        return v;
+    } else {
+        return v[i];
+    }
+}
+
+// The lanes element(0), element(1), ..., called in this order. They are put together
+// from registers: written one by one to memory and read back whole, they would stall.
+template <class V, class F>
+[[gnu::always_inline]] inline V fromLanes(F element) noexcept {
+    return [&]<int... i>(std::integer_sequence<int, i...>) noexcept __attribute__((always_inline)) {
+        return V{element(i)...};
+    }
+    (std::make_integer_sequence<int, LanesTraits<V>::count>{});
+}
+
+template <class V>
+[[gnu::always_inline]] inline V broadcast(ElementOfLanes<V> value) noexcept {
+    return fromLanes<V>([=](int) noexcept __attribute__((always_inline)) { return value; });
+}
+
+// Elements in memory may stand at any address.
+template <class T>
+struct Unaligned {
+    T value;
+} __attribute__((packed, may_alias));
+
+template <class V>
+[[gnu::always_inline]] inline V load(const ElementOfLanes<V>* from) noexcept {
+#if defined(__AVX__) && !defined(__AVX2__)
+    // Two halves: the processors of this set split a 32-byte access that crosses a line.
+    if constexpr (sizeof(V) == 32) {
+        return reinterpret_cast<V>(_mm256_loadu2_m128d(reinterpret_cast<const double*>(from) + 2,
+                                                       reinterpret_cast<const double*>(from)));
+    } else
+#endif
+        return reinterpret_cast<const Unaligned<V>*>(from)->value;
+}
+
+template <class V>
+[[gnu::always_inline]] inline void store(ElementOfLanes<V>* to, V v) noexcept {
+#if defined(__AVX__) && !defined(__AVX2__)
+    if constexpr (sizeof(V) == 32) {
+        const auto halves = reinterpret_cast<__m256d>(v);
+        const auto half = reinterpret_cast<double*>(to);
+        _mm_storeu_pd(half + 2, _mm256_extractf128_pd(halves, 1));
+        _mm_storeu_pd(half, _mm256_castpd256_pd128(halves));
+    } else
+#endif
+        reinterpret_cast<Unaligned<V>*>(to)->value = v;
+}
+
+// |v| by clearing the sign bits.
+[[gnu::always_inline]] inline __m128 clearSign(__m128 v) noexcept {
+    return _mm_andnot_ps(_mm_set1_ps(-0.0f), v);
+}
+[[gnu::always_inline]] inline __m128d clearSign(__m128d v) noexcept {
+    return _mm_andnot_pd(_mm_set1_pd(-0.0), v);
+}
+#ifdef __AVX__
+[[gnu::always_inline]] inline __m256 clearSign(__m256 v) noexcept {
+    return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), v);
+}
+[[gnu::always_inline]] inline __m256d clearSign(__m256d v) noexcept {
+    return _mm256_andnot_pd(_mm256_set1_pd(-0.0), v);
+}
+#endif
+
+#ifdef __FMA__
+// a * b + c with one rounding.
+[[gnu::always_inline]] inline float fused(float a, float b, float c) noexcept {
+    return __builtin_fmaf(a, b, c);
+}
+[[gnu::always_inline]] inline double fused(double a, double b, double c) noexcept {
+    return __builtin_fma(a, b, c);
+}
+[[gnu::always_inline]] inline __m256 fused(__m256 a, __m256 b, __m256 c) noexcept {
+    return _mm256_fmadd_ps(a, b, c);
+}
+[[gnu::always_inline]] inline __m256d fused(__m256d a, __m256d b, __m256d c) noexcept {
+    return _mm256_fmadd_pd(a, b, c);
+}
+#endif
+
+// a * b + c: one rounding in avx2, two in the other sets.
+template <InstructionSet set, class V>
+[[gnu::always_inline]] inline V multiplyAdd(V a, V b, V c) noexcept {
+    if constexpr (set == InstructionSet::avx2) {
+        return fused(a, b, c);
+    } else {
+        return a * b + c;
+    }
+}
+
+}  // namespace diffusefilt

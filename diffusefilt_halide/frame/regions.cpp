@@ -1,0 +1,30 @@
+#include "frame/regions.h"
+
+#include "arithmetic/boundary.h"
+
+namespace diffusefilt {
+
+bool runsInParallel(const Pipeline& pipeline, const halide_buffer_t& input) {
+    return input.dim[0].extent > pipeline.variant.lanes();
+}
+
+Regions regionsOf(const Pipeline& pipeline, const halide_buffer_t& input,
+                  const halide_buffer_t& output) {
+    Regions regions{};
+    for (int d = 0; d < pipeline.dimensions(); ++d) {
+        const halide_dimension_t& out = output.dim[d];
+        const int32_t end = plus(out.min, out.extent);
+        regions.lo[d] = out.min;
+        regions.hi[d] = minus(end, 1);
+        if (d == 0 && runsInParallel(pipeline, input)) {
+            // A row narrower than a vector is touched over one that ends where it ends.
+            regions.lo[0] = minus(end, larger(out.extent, pipeline.variant.lanes()));
+        }
+        const int32_t extent = input.dim[d].extent;
+        regions.a[d] = clampCoord(minus(regions.lo[d], 1), extent);
+        regions.b[d] = clampCoord(plus(regions.hi[d], 1), extent);
+    }
+    return regions;
+}
+
+}  // namespace diffusefilt

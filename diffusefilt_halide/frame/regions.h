@@ -1,0 +1,25 @@
+// The part of the output that a call touches and the part of the input that it needs.
+// They answer a bounds query and are what the check ladder compares the buffers with.
+#pragma once
+
+#include "frame/Pipeline.h"
+
+namespace diffusefilt {
+
+// Closed ranges of coordinates, for each dimension: output lo .. hi, input a .. b.
+struct Regions {
+    int32_t lo[3];
+    int32_t hi[3];
+    int32_t a[3];
+    int32_t b[3];
+};
+
+// The parallel path stores whole vectors; it serves inputs wider than one.
+bool runsInParallel(const Pipeline& pipeline, const halide_buffer_t& input);
+
+// Reads min and extent of the output and extent of the input. The input's min has no
+// part in it: the boundary rule is absolute.
+Regions regionsOf(const Pipeline& pipeline, const halide_buffer_t& input,
+                  const halide_buffer_t& output);
+
+}  // namespace diffusefilt

@@ -1,0 +1,70 @@
+// What a task reads from its record about the cut of its planes, rows and vectors.
+#pragma once
+
+#include "schedules/closureRecords.h"
+#include "schedules/cut.h"
+
+namespace diffusefilt {
+
+[[gnu::always_inline]] constexpr int log2OfLanes(int lanes) noexcept {
+    return lanes == 8 ? 3 : lanes == 4 ? 2 : 1;
+}
+
+// Vectors whose last lane's neighbour, and whose last lane itself, lie inside without a
+// shift, counted from a row's start; `span` may be negative.
+[[gnu::always_inline]] constexpr int32_t vectorsWithin(int32_t span, int lanes) noexcept {
+    return (span >> log2OfLanes(lanes)) + 1;
+}
+
+template <Connectivity connectivity, class T>
+[[gnu::always_inline]] constexpr Clamp rowClampAt(const RowClosure<connectivity, T>& record,
+                                                  int32_t y) noexcept {
+    if constexpr (connectivity == Connectivity::minimal) {
+        const bool interior = record.interiorRowBegin <= y && y < record.interiorRowEnd;
+        return interior ? Clamp::none : Clamp::both;
+    } else {
+        return y < record.unclampedRowEnd ? Clamp::lower : Clamp::both;
+    }
+}
+
+template <Connectivity connectivity, class T>
+[[gnu::always_inline]] constexpr Clamp planeClampAt(const PlaneClosure<connectivity, T>& record,
+                                                    int32_t z) noexcept {
+    if constexpr (connectivity == Connectivity::minimal) {
+        const bool interior = record.interiorPlaneBegin <= z && z < record.interiorPlaneEnd;
+        return interior ? Clamp::none : Clamp::both;
+    } else {
+        return z < record.unclampedPlaneEnd ? Clamp::lower : Clamp::both;
+    }
+}
+
+// The groups of rows of a plane.
+template <Connectivity connectivity, class T>
+[[gnu::always_inline]] constexpr Cut rowCut(const PlaneClosure<connectivity, T>& record,
+                                            Clamp planeClamp) noexcept {
+    if (planeClamp == Clamp::both) {
+        return uncut(record.outMin1, plus(record.outMin1, record.outExtent1));
+    }
+    if constexpr (connectivity == Connectivity::minimal) {
+        return cutOfMinimal(record.outMin1, record.interiorRowBegin, record.interiorRowEnd,
+                            record.outEnd1);
+    } else {
+        return cutOfMaximal(record.outMin1, record.unclampedRowEnd, record.outEnd1);
+    }
+}
+
+// The segments of a row, in vectors of L lanes.
+template <template <Connectivity, class> class Record, Connectivity connectivity, class T>
+[[gnu::always_inline]] constexpr Cut vectorCut(const Record<connectivity, T>& record,
+                                               Clamp rowClamp, int lanes) noexcept {
+    if (rowClamp == Clamp::both) return uncut(0, record.vectorCount);
+    if constexpr (connectivity == Connectivity::minimal) {
+        return cutOfMinimal(0, record.leftVectorCount, record.interiorVectorEnd,
+                            record.vectorCount);
+    } else {
+        const int32_t span = record.unclampedSpan;
+        return cutOfMaximal(0, span < 0 ? 0 : vectorsWithin(span, lanes), record.vectorCount);
+    }
+}
+
+}  // namespace diffusefilt
