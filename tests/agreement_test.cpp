@@ -5,8 +5,11 @@
 // one call of a reported seed.
 #include <HalideRuntime.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -39,6 +42,18 @@ int64_t environmentNumber(const char* name, int64_t otherwise) {
     return text != nullptr ? static_cast<int64_t>(std::strtoull(text, nullptr, 0)) : otherwise;
 }
 
+// A fault on a guard page ends the process, so the call that made it is named first.
+volatile uint64_t seedOfCall = 0;
+
+void nameCall(int signal) {
+    char text[80];
+    const int length = std::snprintf(text, sizeof text, "fault in the call of seed 0x%llx\n",
+                                     static_cast<unsigned long long>(seedOfCall));
+    if (write(STDERR_FILENO, text, static_cast<std::size_t>(length)) < length) std::abort();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
 // Runs calls of one pipeline and compares what they leave in memory.
 template <class T>
 class Comparison {
@@ -65,6 +80,7 @@ public:
         const auto from = viewOf<const T>(call.input, input);
         const auto to = viewOf(call.output, output);
         const auto wanted = viewOf(call.output, expected_.data() + before);
+        seedOfCall = call.seed;
         const int status = pipeline_.entry(HalideBuffer(from), call.gradTIn, HalideBuffer(to));
         if (status != 0) return "returned " + std::to_string(status);
         reference::filter(pipeline_.variant, from, call.gradTIn, wanted);
@@ -103,8 +119,12 @@ protected:
         if (!processorRuns(GetParam().variant.instructionSet)) {
             GTEST_SKIP() << "the processor lacks the instruction set";
         }
+        std::signal(SIGSEGV, nameCall);
     }
-    void TearDown() override { halide_set_error_handler(previousHandler_); }
+    void TearDown() override {
+        std::signal(SIGSEGV, SIG_DFL);
+        halide_set_error_handler(previousHandler_);
+    }
 
     PipelineVariant variant() const { return GetParam().variant; }
 

@@ -63,7 +63,7 @@ template <class T>
 T maximal2None(const Pulls<T>& P) {
     const T axial = (P(south) + P(east)) + P(west);
     const T diagonal = ((P(southEast) + P(northEast)) + P(northWest)) + P(southWest);
-    return (axial + diagonal * diagonalWeight<T>)+P(north);
+    return (axial + diagonalWeight<T> * diagonal) + P(north);
 }
 
 template <class T>

@@ -98,10 +98,13 @@ void chooseStrides(RandomNumbers& random, bool mayCoincide, Shape& shape) {
     }
 }
 
-double chooseThreshold(RandomNumbers& random) {
-    if (random.chance(70)) {
+// Mostly such that the differences of the content lie around the threshold.
+double chooseThreshold(RandomNumbers& random, Content content) {
+    if (random.chance(75)) {
+        const bool wide = content == Content::noise || content == Content::pulses;
         const double mantissa = 0.5 + random.unit();
-        const double threshold = std::ldexp(mantissa, random.between(-5, 8));
+        const double threshold =
+            std::ldexp(mantissa, wide ? random.between(3, 9) : random.between(-3, 6));
         return random.chance(10) ? -threshold : threshold;
     }
     static constexpr double odd[] = {0.0,   -0.0,   nan,    infinity, -infinity, 1e-50,
@@ -119,6 +122,8 @@ T plainValue(Content content, RandomNumbers& random, int64_t i) {
             return static_cast<T>(100 + 3.7 * static_cast<double>(i % 9) + random.unit());
         case Content::noise:
             return static_cast<T>(255 * random.unit());
+        case Content::pulses:  // on zeros, where the last bit of a flux shows
+            return random.chance(80) ? T(0) : static_cast<T>(255 * random.unit());
         case Content::patches:
             return static_cast<T>((i / 4) % 3 * 20);
         case Content::integers:
@@ -166,9 +171,9 @@ RandomCall makeRandomCall(uint64_t seed, int dimensions, int lanes) {
     chooseExtents(random, lanes, call);
     chooseStrides(random, true, call.input);
     chooseStrides(random, false, call.output);
-    call.gradTIn = chooseThreshold(random);
-    call.content = static_cast<Content>(random.between(0, 5));
-    call.oddPercent = random.chance(25) ? random.between(1, 30) : 0;
+    call.content = static_cast<Content>(random.between(0, 6));
+    call.gradTIn = chooseThreshold(random, call.content);
+    call.oddPercent = random.chance(25) ? random.between(1, 12) : 0;
     call.inputPlacement = random.chance(50) ? Placement::atEnd : Placement::atBeginning;
     call.outputPlacement = random.chance(50) ? Placement::atEnd : Placement::atBeginning;
     return call;
@@ -187,7 +192,7 @@ template void fillContent(const RandomCall&, float*, int64_t);
 template void fillContent(const RandomCall&, double*, int64_t);
 
 std::string describe(const RandomCall& call) {
-    static constexpr const char* contents[] = {"smooth",   "noise", "patches",
+    static constexpr const char* contents[] = {"smooth",   "noise", "pulses",   "patches",
                                                "integers", "huge",  "subnormal"};
     std::ostringstream text;
     text << "seed 0x" << std::hex << call.seed << std::dec << (call.inLine ? ", in line: " : ": ");

@@ -37,7 +37,7 @@ reference::View<T> viewOf(const Shape& shape, T* lowest) {
     return view;
 }
 
-enum class Content { smooth, noise, patches, integers, huge, subnormal };
+enum class Content { smooth, noise, pulses, patches, integers, huge, subnormal };
 
 struct RandomCall {
     uint64_t seed;
