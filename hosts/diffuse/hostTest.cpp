@@ -181,7 +181,9 @@ TEST_F(Diffuse, MontageShowsThePanelsSideBySide) {
 
 TEST_F(Diffuse, RefusesBadInputInOneLineAndWritesNothing) {
     write("line.nrrd", "double", "4", "1 2 3 4");
-    write("colour.nrrd", "uint8", "3 2 2", "1 2 3 4 5 6 7 8 9 1 2 3");
+    std::ofstream(folder / "colour.nrrd")
+        << "NRRD0004\ntype: uint8\ndimension: 3\nsizes: 3 1 2\nkinds: RGB-color domain domain\n"
+           "encoding: ascii\n\n1 1 1 2 3 4\n";
     std::ofstream(folder / "text.png") << "this is no picture\n";
     std::ofstream(folder / "empty.nrrd");
     std::ofstream(folder / "short.nrrd") << slurp(folder / "step.nrrd").substr(0, 75);
@@ -197,6 +199,7 @@ TEST_F(Diffuse, RefusesBadInputInOneLineAndWritesNothing) {
         {"short.nrrd -k 1 -o out.nrrd", 1, "short.nrrd"},
         {". -k 1 -o out.nrrd", 1, "folder"},
         {"line.nrrd -k 1 -o out.nrrd", 1, "1 dimensions"},
+        {"colour.nrrd -k 1 -o out.nrrd", 1, "in colour"},
         {"volume.nrrd -k 1 -o out.nrrd", 1, "--slice"},
         {"volume.nrrd -k 1 -o out.nrrd --slice z:2", 1, "slices 0 to 1"},
         {"step.nrrd -k 1 -o out.nrrd --slice z:0", 1, "3 dimensions"},

@@ -208,7 +208,9 @@ void requireWritableFormat(const fs::path& file) {
 void writePicture(const fs::path& file, const Picture& picture) {
     const QuietStderr quiet;
     try {
-        writeWhole(file, [&](const fs::path& beside) {
+        // Room for the widest sample type, uncompressed, and for a header.
+        const std::size_t room = picture.values.size() * sizeof(double) + (1 << 16);
+        writeWhole(file, room, [&](const fs::path& beside) {
             const auto io = openFormat(beside, FileMode::WriteMode);
             if (!io) throw std::runtime_error("no known format has this file name extension");
             io->SetFileName(beside.string());

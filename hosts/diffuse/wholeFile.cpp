@@ -1,6 +1,8 @@
 #include "wholeFile.h"
 
+#include <fcntl.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
@@ -35,6 +37,18 @@ private:
     fs::path path_;
 };
 
+// Takes the room for a moment and gives it back.
+void requireRoom(const fs::path& folder, std::size_t bytes) {
+    std::string name = (folder / "room-XXXXXX").string();
+    const int file = mkstemp(name.data());
+    const int error = file < 0 ? errno : posix_fallocate(file, 0, static_cast<off_t>(bytes));
+    if (file >= 0) {
+        close(file);
+        unlink(name.c_str());
+    }
+    if (error != 0) throw std::runtime_error(std::generic_category().message(error));
+}
+
 void moveTo(const fs::path& from, const fs::path& to) {
     std::error_code error;
     fs::rename(from, to, error);
@@ -43,8 +57,10 @@ void moveTo(const fs::path& from, const fs::path& to) {
 
 }  // namespace
 
-void writeWhole(const fs::path& target, const std::function<void(const fs::path&)>& write) {
+void writeWhole(const fs::path& target, std::size_t room,
+                const std::function<void(const fs::path&)>& write) {
     const FolderBeside folder(target);
+    requireRoom(folder.path(), room);
     const fs::path beside = folder.path() / target.filename();
     write(beside);
     if (!fs::exists(beside)) throw std::runtime_error("nothing was written");
