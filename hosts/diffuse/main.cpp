@@ -1,0 +1,70 @@
+// diffuse: filters a picture with the library, from file to file.
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include "filterLoop.h"
+#include "montage.h"
+#include "noise.h"
+#include "options.h"
+#include "pictureFile.h"
+
+namespace diffuse {
+
+namespace {
+
+Picture readInput(const Options& options) {
+    Picture picture = readPicture(options.input);
+    if (options.slice) return takeSlice(picture, *options.slice);
+    if (picture.dimensions() != 2) {
+        throw std::runtime_error(options.input.string() + " has " +
+                                 std::to_string(picture.dimensions()) +
+                                 " dimensions, 2 are needed: choose one slice of a volume with "
+                                 "--slice AXIS:INDEX");
+    }
+    return picture;
+}
+
+void run(const Options& options) {
+    if (!options.output.empty()) requireWritableFormat(options.output);
+    if (!options.montage.empty()) requireWritableFormat(options.montage);
+    const Picture clean = readInput(options);
+    const Pipeline& pipeline = findPipeline(clean.dimensions(), options.pipeline);
+
+    Picture noisy = clean;
+    const bool hasNoise = options.noiseSigma > 0;
+    if (hasNoise) addGaussianNoise(noisy.values, options.noiseSigma, options.seed);
+    Picture filtered = noisy;
+    filter(pipeline, options.threshold, options.iterations, filtered);
+
+    if (!options.output.empty()) writePicture(options.output, filtered);
+    if (!options.montage.empty()) {
+        writePicture(options.montage, hasNoise ? montage({&clean, &noisy, &filtered})
+                                               : montage({&clean, &filtered}));
+    }
+    if (hasNoise) {
+        const double peak = peakValue(clean);
+        std::printf("PSNR before: %.2f dB\n", psnr(clean.values, noisy.values, peak));
+        std::printf("PSNR after: %.2f dB\n", psnr(clean.values, filtered.values, peak));
+    }
+}
+
+}  // namespace
+
+}  // namespace diffuse
+
+int main(int argc, char** argv) {
+    try {
+        const auto options = diffuse::parseOptions(argc, argv);
+        if (options) diffuse::run(*options);
+        return 0;
+    } catch (const diffuse::UsageError& error) {
+        std::cerr << "diffuse: " << error.what() << '\n';
+        return 2;
+    } catch (const std::exception& error) {
+        std::cerr << "diffuse: " << error.what() << '\n';
+        return 1;
+    }
+}

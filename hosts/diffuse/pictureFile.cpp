@@ -1,0 +1,226 @@
+#include "pictureFile.h"
+
+#include <itkBMPImageIOFactory.h>
+#include <itkGDCMImageIOFactory.h>
+#include <itkImageIOFactory.h>
+#include <itkJPEGImageIOFactory.h>
+#include <itkMetaImageIOFactory.h>
+#include <itkNiftiImageIOFactory.h>
+#include <itkNrrdImageIOFactory.h>
+#include <itkPNGImageIOFactory.h>
+#include <itkTIFFImageIOFactory.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+#include "quietStderr.h"
+#include "wholeFile.h"
+
+namespace diffuse {
+
+namespace {
+
+namespace fs = std::filesystem;
+using FileMode = itk::ImageIOFactory::IOFileModeEnum;
+
+[[noreturn]] void fail(const std::string& what, const fs::path& file, const std::string& why) {
+    throw std::runtime_error("cannot " + what + " " + file.string() + ": " + why);
+}
+
+// ITK's descriptions run over several lines and open with the address of an object.
+std::string oneLine(std::string text) {
+    const std::size_t opening = text.find("): ");
+    if (text.starts_with("ITK ERROR: ") || text.starts_with("itk::ERROR: ")) {
+        text.erase(0, opening == std::string::npos ? text.find(": ") + 2 : opening + 3);
+    }
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
+itk::ImageIOBase::Pointer openFormat(const fs::path& file, FileMode mode) {
+    static const bool registered = [] {
+        itk::Object::SetGlobalWarningDisplay(false);
+        itk::PNGImageIOFactory::RegisterOneFactory();
+        itk::TIFFImageIOFactory::RegisterOneFactory();
+        itk::JPEGImageIOFactory::RegisterOneFactory();
+        itk::BMPImageIOFactory::RegisterOneFactory();
+        itk::NiftiImageIOFactory::RegisterOneFactory();
+        itk::NrrdImageIOFactory::RegisterOneFactory();
+        itk::MetaImageIOFactory::RegisterOneFactory();
+        itk::GDCMImageIOFactory::RegisterOneFactory();
+        return true;
+    }();
+    static_cast<void>(registered);
+    return itk::ImageIOFactory::CreateImageIO(file.c_str(), mode);
+}
+
+// Calls `visit` with a null pointer to the C++ type of a sample.
+template <typename Visitor>
+void withSampleType(SampleType type, const Visitor& visit) {
+    switch (type) {
+        case SampleType::UCHAR:
+            return visit(static_cast<unsigned char*>(nullptr));
+        case SampleType::CHAR:
+            return visit(static_cast<signed char*>(nullptr));
+        case SampleType::USHORT:
+            return visit(static_cast<unsigned short*>(nullptr));
+        case SampleType::SHORT:
+            return visit(static_cast<short*>(nullptr));
+        case SampleType::UINT:
+            return visit(static_cast<unsigned*>(nullptr));
+        case SampleType::INT:
+            return visit(static_cast<int*>(nullptr));
+        case SampleType::ULONG:
+            return visit(static_cast<unsigned long*>(nullptr));
+        case SampleType::LONG:
+            return visit(static_cast<long*>(nullptr));
+        case SampleType::ULONGLONG:
+            return visit(static_cast<unsigned long long*>(nullptr));
+        case SampleType::LONGLONG:
+            return visit(static_cast<long long*>(nullptr));
+        case SampleType::FLOAT:
+            return visit(static_cast<float*>(nullptr));
+        case SampleType::DOUBLE:
+            return visit(static_cast<double*>(nullptr));
+        default:
+            throw std::runtime_error("samples of an unknown type");
+    }
+}
+
+template <typename Sample>
+Sample toSample(double value) {
+    if constexpr (std::is_integral_v<Sample>) {
+        using Limits = std::numeric_limits<Sample>;
+        if (value >= static_cast<double>(Limits::max())) return Limits::max();
+        // NaN fails the comparison and becomes the lowest value.
+        if (!(value > static_cast<double>(Limits::lowest()))) return Limits::lowest();
+        return static_cast<Sample>(std::round(value));
+    } else {
+        return static_cast<Sample>(value);
+    }
+}
+
+void readAxes(itk::ImageIOBase& io, Picture& picture) {
+    for (unsigned i = 0; i < io.GetNumberOfDimensions(); ++i) {
+        if (io.GetDimensions(i) < 1 || io.GetDimensions(i) > std::numeric_limits<int>::max()) {
+            throw std::runtime_error("an axis of " + std::to_string(io.GetDimensions(i)) +
+                                     " samples");
+        }
+        picture.axes.push_back({static_cast<int>(io.GetDimensions(i)), io.GetSpacing(i),
+                                io.GetOrigin(i), io.GetDirection(i)});
+    }
+}
+
+void setWholeRegion(itk::ImageIOBase& io) {
+    itk::ImageIORegion region(io.GetNumberOfDimensions());
+    for (unsigned i = 0; i < io.GetNumberOfDimensions(); ++i) {
+        region.SetSize(i, io.GetDimensions(i));
+    }
+    io.SetIORegion(region);
+}
+
+// The channels of every pixel as one value: some formats keep grey pictures as three equal ones.
+template <typename Sample>
+std::vector<double> greyValues(const std::vector<Sample>& samples, unsigned channels) {
+    std::vector<double> values;
+    values.reserve(samples.size() / channels);
+    for (auto pixel = samples.begin(); pixel != samples.end(); pixel += channels) {
+        const bool grey =
+            channels == 1 || (channels == 3 && std::equal(pixel, pixel + 2, pixel + 1));
+        if (!grey) throw std::runtime_error("it is in colour or has several channels");
+        values.push_back(static_cast<double>(*pixel));
+    }
+    return values;
+}
+
+Picture readWith(itk::ImageIOBase& io) {
+    io.ReadImageInformation();
+    Picture picture;
+    picture.sampleType = io.GetComponentType();
+    readAxes(io, picture);
+    setWholeRegion(io);
+    withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
+        std::vector<Sample> samples(io.GetImageSizeInComponents());
+        io.Read(samples.data());
+        picture.values = greyValues(samples, io.GetNumberOfComponents());
+    });
+    while (picture.dimensions() > 2 && picture.axes.back().extent == 1) picture.axes.pop_back();
+    return picture;
+}
+
+void writeWith(itk::ImageIOBase& io, const Picture& picture) {
+    const int dimensions = picture.dimensions();
+    io.SetNumberOfDimensions(dimensions);
+    for (int i = 0; i < dimensions; ++i) {
+        const Axis& axis = picture.axes[i];
+        io.SetDimensions(i, axis.extent);
+        io.SetSpacing(i, axis.spacing);
+        io.SetOrigin(i, axis.origin);
+        // A slice lies in a space of more dimensions than its own file can tell.
+        const bool ownSpace = static_cast<int>(axis.direction.size()) == dimensions;
+        io.SetDirection(i, ownSpace ? axis.direction : io.GetDefaultDirection(i));
+    }
+    io.SetPixelType(itk::CommonEnums::IOPixel::SCALAR);
+    io.SetNumberOfComponents(1);
+    io.SetComponentType(picture.sampleType);
+    setWholeRegion(io);
+    withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
+        std::vector<Sample> samples(picture.values.size());
+        std::transform(picture.values.begin(), picture.values.end(), samples.begin(),
+                       toSample<Sample>);
+        io.Write(samples.data());
+    });
+}
+
+}  // namespace
+
+Picture readPicture(const fs::path& file) {
+    if (fs::is_directory(file)) fail("read", file, "it is a folder");
+    if (!std::ifstream(file)) fail("read", file, std::strerror(errno));
+    const QuietStderr quiet;
+    try {
+        const auto io = openFormat(file, FileMode::ReadMode);
+        if (!io) throw std::runtime_error("unknown format or damaged file");
+        io->SetFileName(file.string());
+        return readWith(*io);
+    } catch (const itk::ExceptionObject& error) {
+        fail("read", file, oneLine(error.GetDescription()));
+    } catch (const std::bad_alloc&) {
+        fail("read", file, "not enough memory");
+    } catch (const std::exception& error) {
+        fail("read", file, error.what());
+    }
+}
+
+void requireWritableFormat(const fs::path& file) {
+    if (!openFormat(file, FileMode::WriteMode)) {
+        fail("write", file, "no known format has this file name extension");
+    }
+}
+
+void writePicture(const fs::path& file, const Picture& picture) {
+    const QuietStderr quiet;
+    try {
+        // Room for the widest sample type, uncompressed, and for a header.
+        const std::size_t room = picture.values.size() * sizeof(double) + (1 << 16);
+        writeWhole(file, room, [&](const fs::path& beside) {
+            const auto io = openFormat(beside, FileMode::WriteMode);
+            if (!io) throw std::runtime_error("no known format has this file name extension");
+            io->SetFileName(beside.string());
+            writeWith(*io, picture);
+        });
+    } catch (const itk::ExceptionObject& error) {
+        fail("write", file, oneLine(error.GetDescription()));
+    } catch (const std::exception& error) {
+        fail("write", file, error.what());
+    }
+}
+
+}  // namespace diffuse
