@@ -1,0 +1,7 @@
+# Fails unless the README shows the program as it is built.
+file(READ ${README} readme)
+file(READ ${PROGRAM} program)
+string(FIND "${readme}" "${program}" at)
+if(at EQUAL -1)
+  message(FATAL_ERROR "${README} does not show ${PROGRAM} as it stands")
+endif()
