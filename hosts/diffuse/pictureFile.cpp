@@ -21,6 +21,7 @@
 #include <type_traits>
 
 #include "quietStderr.h"
+#include "truncation.h"
 #include "wholeFile.h"
 
 namespace diffuse {
@@ -140,16 +141,31 @@ std::vector<double> greyValues(const std::vector<Sample>& samples, unsigned chan
     return values;
 }
 
-Picture readWith(itk::ImageIOBase& io) {
+// MetaImage's reader leaves the samples alone that a short file lacks: the last one then still
+// holds whatever it was filled with before.
+template <typename Sample>
+std::vector<Sample> readSamples(itk::ImageIOBase& io) {
+    std::vector<Sample> samples(io.GetImageSizeInComponents());
+    const Sample marker = 101, otherMarker = 102;
+    samples.back() = marker;
+    io.Read(samples.data());
+    if (samples.back() == marker) {
+        samples.back() = otherMarker;
+        io.Read(samples.data());
+        if (samples.back() == otherMarker) throw std::runtime_error("the file ends too early");
+    }
+    return samples;
+}
+
+Picture readWith(const fs::path& file, itk::ImageIOBase& io) {
     io.ReadImageInformation();
     Picture picture;
     picture.sampleType = io.GetComponentType();
     readAxes(io, picture);
+    requireWholeFile(file, io);
     setWholeRegion(io);
     withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
-        std::vector<Sample> samples(io.GetImageSizeInComponents());
-        io.Read(samples.data());
-        picture.values = greyValues(samples, io.GetNumberOfComponents());
+        picture.values = greyValues(readSamples<Sample>(io), io.GetNumberOfComponents());
     });
     while (picture.dimensions() > 2 && picture.axes.back().extent == 1) picture.axes.pop_back();
     return picture;
@@ -189,7 +205,7 @@ Picture readPicture(const fs::path& file) {
         const auto io = openFormat(file, FileMode::ReadMode);
         if (!io) throw std::runtime_error("unknown format or damaged file");
         io->SetFileName(file.string());
-        return readWith(*io);
+        return readWith(file, *io);
     } catch (const itk::ExceptionObject& error) {
         fail("read", file, oneLine(error.GetDescription()));
     } catch (const std::bad_alloc&) {
