@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 // Unpacks the file to its end, where gzip keeps length and checksum.
 bool gzipIsWhole(const fs::path& file) {
-    const gzFile stream = gzopen(file.c_str(), "rb");
+    gzFile stream = gzopen(file.c_str(), "rb");
     if (!stream) return false;
     std::vector<char> block(1 << 16);
     int count = 0;
