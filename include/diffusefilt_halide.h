@@ -44,6 +44,13 @@ struct halide_filter_metadata_t;
     int name##_argv(void** args);                                  \
     const struct halide_filter_metadata_t* name##_metadata(void)
 
+DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_exponential_float32_none);
+DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_exponential_float64_none);
+DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_quadratic_float32_none);
+DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_quadratic_float64_none);
+DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_exponential_float32_none);
+DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_exponential_float64_none);
+DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float32_none);
 DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float64_none);
 
 #undef DIFFUSEFILT_DECLARE_PIPELINE

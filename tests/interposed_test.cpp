@@ -1,13 +1,30 @@
 // A host that puts functions of its own in the place of the library's or the math
 // library's: definitions of this program come first in the order of symbol lookup.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <mutex>
 
 #include "diffusefilt_halide.h"
 #include "support/FrameCall.h"
 
 namespace {
+
 int entryCalls = 0;
+
+std::mutex argumentsMutex;
+std::vector<double> expArguments;
+int floorCalls = 0;
+
+template <class T>
+T callNext(const char* name, T argument) {
+    using Function = T (*)(T);
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name))(argument);
 }
+
+}  // namespace
 
 int diffusefilt2_minimal_quadratic_float64_none(halide_buffer_t*, double gradTIn,
                                                 halide_buffer_t*) {
@@ -15,13 +32,96 @@ int diffusefilt2_minimal_quadratic_float64_none(halide_buffer_t*, double gradTIn
     return static_cast<int>(gradTIn);
 }
 
+extern "C" double exp(double x) noexcept {
+    const std::lock_guard lock(argumentsMutex);
+    expArguments.push_back(x);
+    return callNext("exp", x);
+}
+
+extern "C" float floorf(float x) noexcept {
+    const std::lock_guard lock(argumentsMutex);
+    ++floorCalls;
+    return callNext("floorf", x);
+}
+
 namespace {
+
+using namespace support;
+using diffusefilt::Conduction;
+using diffusefilt::ElementType;
+using diffusefilt::InstructionSet;
 
 TEST(Interposed, EntryCatchesTheArgumentVector) {
     double gradTIn = 77;
     void* args[] = {nullptr, &gradTIn, nullptr};
     EXPECT_EQ(diffusefilt2_minimal_quadratic_float64_none_argv(args), 77);
     EXPECT_EQ(entryCalls, 1);
+}
+
+class LibraryCalls : public testing::TestWithParam<Pipeline> {
+protected:
+    void SetUp() override {
+        if (!processorRuns(variant().instructionSet)) GTEST_SKIP() << "the processor lacks it";
+        expArguments.clear();
+        floorCalls = 0;
+    }
+
+    const diffusefilt::PipelineVariant& variant() const { return GetParam().variant; }
+
+    int neighbours() const {
+        const bool maximal = variant().connectivity == diffusefilt::Connectivity::maximal;
+        return variant().dimensions == 3 ? (maximal ? 26 : 6) : (maximal ? 8 : 4);
+    }
+
+    // Every element of the vectors that are computed, those of a shifted one twice, for
+    // each of the neighbours, also those that the boundary rule replaced.
+    void expectCalls(int elements) const {
+        const bool exponential = variant().conduction == Conduction::exponential;
+        const bool isDouble = variant().elementType == ElementType::float64;
+        const bool none = variant().instructionSet == InstructionSet::none;
+        const int calls = elements * neighbours();
+        EXPECT_EQ(expArguments.size(), size_t(exponential && isDouble ? calls : 0));
+        EXPECT_EQ(floorCalls, exponential && !isDouble && none ? calls : 0);
+    }
+};
+
+TEST_P(LibraryCalls, OneForEachLaneOfEachNeighbour) {
+    const int L = variant().lanes();
+    const int rows = variant().dimensions == 3 ? 4 * 3 : 4;
+    FrameCall call(GetParam(), 3 * L + 1);
+    call.run();
+    expectCalls(4 * L * rows);
+}
+
+TEST_P(LibraryCalls, OneForEachNeighbourInLine) {
+    const int rows = variant().dimensions == 3 ? 4 * 3 : 4;
+    FrameCall call(GetParam(), variant().lanes());
+    call.outputDim[0].extent = 3;
+    call.run();
+    expectCalls(3 * rows);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pipelines, LibraryCalls, testing::ValuesIn(pipelines()), nameOf);
+
+// For the row 0 1 4 and two lanes: each neighbour of a vector asks for its lanes in
+// rising order, with the argument -(d^2).
+TEST(ExpCalls, LanesRise) {
+    const Pipeline* pipeline = findPipeline("diffusefilt2_minimal_exponential_float64_none");
+    ASSERT_NE(pipeline, nullptr);
+    FrameCall call(*pipeline, 3);
+    call.inputDim[1].extent = call.outputDim[1].extent = 1;
+    const double row[] = {0, 1, 4};
+    std::copy_n(row, 3, reinterpret_cast<double*>(call.inputMemory.data()));
+    call.gradTIn = 1;
+    expArguments.clear();
+    EXPECT_EQ(call.run(), 0);
+    std::map<std::pair<double, double>, int> lanes;
+    for (size_t i = 0; i + 1 < expArguments.size(); i += 2) {
+        ++lanes[{expArguments[i], expArguments[i + 1]}];
+    }
+    const std::map<std::pair<double, double>, int> expected = {
+        {{0, -1}, 1}, {{-1, -9}, 2}, {{-9, 0}, 1}, {{0, 0}, 4}};  // west, both, east, the rest
+    EXPECT_EQ(lanes, expected);
 }
 
 }  // namespace

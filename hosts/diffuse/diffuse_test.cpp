@@ -108,6 +108,19 @@ TEST_F(Diffuse, TakesTheStepsThatWereAskedFor) {
     }
 }
 
+TEST_F(Diffuse, ChoosesThePipelineByItsOptions) {
+    const auto north = [&](const std::string& options, std::size_t at) {
+        EXPECT_EQ(run("step.nrrd -k 1 -n 1 -o out.nrrd " + options), 0) << complaint;
+        return samples<double>("out.nrrd")[at];
+    };
+    EXPECT_EQ(north("--connectivity maximal", 2), 0.0625);
+    EXPECT_EQ(north("--connectivity maximal", 1), 0.03125);
+    EXPECT_EQ(north("--conduction exponential", 2), 0.25 * std::exp(-1.0));
+    const float inFloat = static_cast<float>(0.25 * std::exp(-1.0));
+    EXPECT_EQ(north("--conduction exponential --type float32", 2), inFloat);
+    EXPECT_EQ(run("step.nrrd -k 1 -o out.nrrd --type float16"), 2);
+}
+
 TEST_F(Diffuse, RoundsAndSaturatesToTheTypeOfTheInput) {
     ASSERT_EQ(run("bytes.nrrd -k 1000 -n 1 -o out.nrrd"), 0) << complaint;
     const auto expected = plainStep({10, 20, 30, 40, 50, 255}, 3, 2, 1000);

@@ -54,6 +54,18 @@ std::optional<Options> parseOptions(int argc, const char* const* argv) {
                    "stronger ones kept")
         ->required()
         ->check(requirePositive);
+    app.add_option("--connectivity", options.pipeline.connectivity,
+                   "minimal: neighbours that share a side; maximal: those that share a corner too")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"minimal", "maximal"}).description(""));
+    app.add_option("--conduction", options.pipeline.conduction,
+                   "Conductance of a difference d at threshold K. quadratic: 1 / (1 + (d / K)^2); "
+                   "exponential: exp(-(d / K)^2)")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"quadratic", "exponential"}).description(""));
+    app.add_option("--type", options.pipeline.elementType, "Arithmetic: float32 or float64")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"float32", "float64"}).description(""));
     app.add_option("--add-noise", options.noiseSigma,
                    "Add Gaussian noise of this standard deviation, in grey values, before "
                    "filtering, and print the PSNR before and after")
