@@ -27,8 +27,7 @@ template <class Form>
 // exp of the math library, one call for each lane, in rising order.
 template <class V>
 [[gnu::always_inline]] inline V libraryExponential(V u) noexcept {
-    return fromLanes<V>([&](int i) noexcept
-                        __attribute__((always_inline)) { return ::exp(laneOf(u, i)); });
+    return fromLanes<V>([&](int i) __attribute__((always_inline)) { return ::exp(laneOf(u, i)); });
 }
 
 template <class Form>

@@ -72,8 +72,7 @@ template <InstructionSet set>
 [[gnu::always_inline]] inline Lanes<float, 4> scaledByPowerOfTwo(Lanes<float, 4> p,
                                                                  Lanes<float, 4> f) noexcept {
     const PowerOfTwo<set, Lanes<float, 4>, Lanes<int32_t, 4>> power(truncated(f));
-    const auto select =
-        [](__m128 mask, __m128 a, __m128 b) noexcept __attribute__((always_inline)) {
+    const auto select = [](__m128 mask, __m128 a, __m128 b) __attribute__((always_inline)) {
         return _mm_or_ps(_mm_and_ps(mask, a), _mm_andnot_ps(mask, b));
     };
     const auto bounded = select(power.isOverflow, _mm_set1_ps(__builtin_inff()), p * power.value);
@@ -84,7 +83,7 @@ template <InstructionSet set>
 template <InstructionSet set>
 [[gnu::always_inline]] inline Lanes<float, 8> scaledByPowerOfTwo(Lanes<float, 8> p,
                                                                  Lanes<float, 8> f) noexcept {
-    const auto finish = [&](__m256 value, __m256 isOverflow, __m256 isUnderflow) noexcept
+    const auto finish = [&](__m256 value, __m256 isOverflow, __m256 isUnderflow)
         __attribute__((always_inline)) {
         const auto infinity = _mm256_set1_ps(__builtin_inff());
         const auto bounded = _mm256_blendv_ps(p * value, infinity, isOverflow);

@@ -30,8 +30,8 @@ constexpr float c2 = fromBits(uint32_t{0x3effffde});
 template <InstructionSet set, class V>
 [[gnu::always_inline]] inline V floorOf(V y) noexcept {
     if constexpr (set == InstructionSet::none) {
-        return fromLanes<V>([&](int i) noexcept
-                            __attribute__((always_inline)) { return ::floorf(laneOf(y, i)); });
+        return fromLanes<V>([&](int i)
+                                __attribute__((always_inline)) { return ::floorf(laneOf(y, i)); });
     } else {
         return roundDown(y);
     }
@@ -52,7 +52,7 @@ template <InstructionSet set, class V>
 template <InstructionSet set, class V>
 [[gnu::always_inline]] inline V polynomial(V r) noexcept {
     using namespace exponential;
-    const auto horner = [](V sum, V q, float c) noexcept __attribute__((always_inline)) {
+    const auto horner = [](V sum, V q, float c) __attribute__((always_inline)) {
         return multiplyAdd<set>(sum, q, broadcast<V>(c));
     };
     const V q = r * r;

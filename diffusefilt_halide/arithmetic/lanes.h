@@ -52,7 +52,7 @@ template <class V>
 // from registers: written one by one to memory and read back whole, they would stall.
 template <class V, class F>
 [[gnu::always_inline]] inline V fromLanes(F element) noexcept {
-    return [&]<int... i>(std::integer_sequence<int, i...>) noexcept __attribute__((always_inline)) {
+    return [&]<int... i>(std::integer_sequence<int, i...>) __attribute__((always_inline)) {
         return V{element(i)...};
     }
     (std::make_integer_sequence<int, LanesTraits<V>::count>{});
@@ -60,7 +60,7 @@ template <class V, class F>
 
 template <class V>
 [[gnu::always_inline]] inline V broadcast(ElementOfLanes<V> value) noexcept {
-    return fromLanes<V>([=](int) noexcept __attribute__((always_inline)) { return value; });
+    return fromLanes<V>([=](int) __attribute__((always_inline)) { return value; });
 }
 
 // Elements in memory may stand at any address.

@@ -57,7 +57,7 @@ struct ClampedOperands {
         if (first >= 0 && first <= width - lanes) {
             return load<V>(rows.host + (rows.at(o.dz, o.dy) + first));
         }
-        return fromLanes<V>([&](int i) noexcept __attribute__((always_inline)) {
+        return fromLanes<V>([&](int i) __attribute__((always_inline)) {
             return elementAt(rows, o, neighbourCoord(clamp, plus(x, i), o.dx, width));
         });
     }

@@ -20,17 +20,19 @@ template <int dimensions, Connectivity connectivity, class T>
 constexpr T rate = T(0);
 
 template <class T>
-constexpr T rate<2, Connectivity::minimal, T> = T(0.25);
+inline constexpr T rate<2, Connectivity::minimal, T> = T(0.25);
 template <class T>
-constexpr T rate<2, Connectivity::maximal, T> = T(0.125);
+inline constexpr T rate<2, Connectivity::maximal, T> = T(0.125);
 template <>
-constexpr float rate<3, Connectivity::minimal, float> = fromBits(uint32_t{0x3e2aaaab});
+inline constexpr float rate<3, Connectivity::minimal, float> = fromBits(uint32_t{0x3e2aaaab});
 template <>
-constexpr double rate<3, Connectivity::minimal, double> = fromBits(uint64_t{0x3fc5555555555555});
+inline constexpr double rate<3, Connectivity::minimal, double> = fromBits(uint64_t{
+    0x3fc5555555555555});
 template <>
-constexpr float rate<3, Connectivity::maximal, float> = fromBits(uint32_t{0x3d1d89d9});
+inline constexpr float rate<3, Connectivity::maximal, float> = fromBits(uint32_t{0x3d1d89d9});
 template <>
-constexpr double rate<3, Connectivity::maximal, double> = fromBits(uint64_t{0x3fa3b13b13b13b14});
+inline constexpr double rate<3, Connectivity::maximal, double> = fromBits(uint64_t{
+    0x3fa3b13b13b13b14});
 
 // The diagonals in 2-D and the edges in 3-D.
 template <class T>

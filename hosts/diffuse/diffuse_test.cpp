@@ -171,6 +171,23 @@ TEST_F(Diffuse, ReadsBackEveryFormatThatItWrites) {
     }
 }
 
+TEST_F(Diffuse, RefusesFilesThatEndTooEarly) {
+    std::string zeros;
+    for (int i = 0; i < 60 * 61; ++i) zeros += "0 ";
+    write("flat.nrrd", "uint8", "61 60", zeros);
+    for (const std::string name :
+         {"a.png", "a.tif", "a.jpg", "a.bmp", "a.nii", "a.nii.gz", "a.nrrd", "a.mha", "a.hdr"}) {
+        ASSERT_EQ(run("flat.nrrd -k 1 -n 0 --add-noise 90 -o " + name), 0) << complaint;
+        ASSERT_EQ(run(name + " -k 1 -n 0 -o out.nrrd"), 0) << complaint;
+        fs::remove(folder / "out.nrrd");
+        const fs::path data = folder / (name == "a.hdr" ? "a.img" : name);
+        fs::resize_file(data, fs::file_size(data) - 1000);
+        EXPECT_EQ(run(name + " -k 1 -o out.nrrd"), 1) << name;
+        EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1) << complaint;
+        EXPECT_FALSE(fs::exists(folder / "out.nrrd")) << name;
+    }
+}
+
 TEST_F(Diffuse, MontageShowsThePanelsSideBySide) {
     ASSERT_EQ(run("bytes.nrrd -k 1e-9 -n 1 --montage sheet.nrrd"), 0) << complaint;
     // 10 to 255 is stretched to 0 to 255; a threshold this small changes nothing.

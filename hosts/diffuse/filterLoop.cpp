@@ -16,7 +16,7 @@ namespace {
 // The library reports on the thread that called the entry.
 thread_local std::string libraryMessage;
 
-void keepMessage(void*, const char* message) {
+void keepMessage(void* /*userContext*/, const char* message) {
     libraryMessage = message;
     while (libraryMessage.ends_with('\n')) libraryMessage.pop_back();
 }

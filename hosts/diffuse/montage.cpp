@@ -32,7 +32,7 @@ Picture montage(const std::vector<const Picture*>& panels) {
     const double scale = *highest > *lowest ? 255 / (*highest - *lowest) : 1;
 
     const int fullWidth = static_cast<int>(panels.size()) * (width + gap) - gap;
-    Picture sheet{{{fullWidth}, {height}}, SampleType::UCHAR, {}};
+    Picture sheet{{{fullWidth}, {height}}, SampleType::uint8, {}};
     sheet.values.assign(static_cast<std::size_t>(fullWidth) * height, 255);
     for (std::size_t p = 0; p < panels.size(); ++p) {
         for (int j = 0; j < height; ++j) {

@@ -38,7 +38,7 @@ void addGaussianNoise(std::vector<double>& values, double sigma, std::uint64_t s
 }
 
 double peakValue(const Picture& clean) {
-    if (clean.sampleType == SampleType::UCHAR || clean.sampleType == SampleType::CHAR) return 255;
+    if (clean.sampleType == SampleType::uint8 || clean.sampleType == SampleType::int8) return 255;
     const auto [lowest, highest] = std::minmax_element(clean.values.begin(), clean.values.end());
     return *highest - *lowest;
 }

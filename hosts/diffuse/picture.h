@@ -1,14 +1,23 @@
 // What the program works on: a picture or volume in memory, and one slice of a volume.
 #pragma once
 
-#include <itkCommonEnums.h>
-
 #include <vector>
 
 namespace diffuse {
 
 // The type of one sample in the file.
-using SampleType = itk::CommonEnums::IOComponent;
+enum class SampleType {
+    uint8,
+    int8,
+    uint16,
+    int16,
+    uint32,
+    int32,
+    uint64,
+    int64,
+    float32,
+    float64
+};
 
 struct Axis {
     int extent = 0;                      // samples along the axis
@@ -19,10 +28,10 @@ struct Axis {
 
 struct Picture {
     std::vector<Axis> axes;  // the first is the one whose samples are neighbours in memory
-    SampleType sampleType = SampleType::DOUBLE;
+    SampleType sampleType = SampleType::float64;
     std::vector<double> values;  // in the units of the file, not clipped to the sample type
 
-    int dimensions() const { return static_cast<int>(axes.size()); }
+    [[nodiscard]] int dimensions() const { return static_cast<int>(axes.size()); }
 };
 
 struct SliceChoice {

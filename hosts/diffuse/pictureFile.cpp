@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <limits>
@@ -21,6 +22,7 @@
 #include <type_traits>
 
 #include "quietStderr.h"
+#include "truncation.h"
 #include "wholeFile.h"
 
 namespace diffuse {
@@ -61,36 +63,60 @@ itk::ImageIOBase::Pointer openFormat(const fs::path& file, FileMode mode) {
     return itk::ImageIOFactory::CreateImageIO(file.c_str(), mode);
 }
 
+SampleType fromItk(itk::CommonEnums::IOComponent type) {
+    using Type = itk::CommonEnums::IOComponent;
+    switch (type) {
+        case Type::UCHAR:
+            return SampleType::uint8;
+        case Type::CHAR:
+            return SampleType::int8;
+        case Type::USHORT:
+            return SampleType::uint16;
+        case Type::SHORT:
+            return SampleType::int16;
+        case Type::UINT:
+            return SampleType::uint32;
+        case Type::INT:
+            return SampleType::int32;
+        case Type::ULONG:
+        case Type::ULONGLONG:
+            return SampleType::uint64;
+        case Type::LONG:
+        case Type::LONGLONG:
+            return SampleType::int64;
+        case Type::FLOAT:
+            return SampleType::float32;
+        case Type::DOUBLE:
+            return SampleType::float64;
+        default:
+            throw std::runtime_error("samples of an unknown type");
+    }
+}
+
 // Calls `visit` with a null pointer to the C++ type of a sample.
 template <typename Visitor>
 void withSampleType(SampleType type, const Visitor& visit) {
     switch (type) {
-        case SampleType::UCHAR:
-            return visit(static_cast<unsigned char*>(nullptr));
-        case SampleType::CHAR:
-            return visit(static_cast<signed char*>(nullptr));
-        case SampleType::USHORT:
-            return visit(static_cast<unsigned short*>(nullptr));
-        case SampleType::SHORT:
-            return visit(static_cast<short*>(nullptr));
-        case SampleType::UINT:
-            return visit(static_cast<unsigned*>(nullptr));
-        case SampleType::INT:
-            return visit(static_cast<int*>(nullptr));
-        case SampleType::ULONG:
-            return visit(static_cast<unsigned long*>(nullptr));
-        case SampleType::LONG:
-            return visit(static_cast<long*>(nullptr));
-        case SampleType::ULONGLONG:
-            return visit(static_cast<unsigned long long*>(nullptr));
-        case SampleType::LONGLONG:
-            return visit(static_cast<long long*>(nullptr));
-        case SampleType::FLOAT:
+        case SampleType::uint8:
+            return visit(static_cast<std::uint8_t*>(nullptr));
+        case SampleType::int8:
+            return visit(static_cast<std::int8_t*>(nullptr));
+        case SampleType::uint16:
+            return visit(static_cast<std::uint16_t*>(nullptr));
+        case SampleType::int16:
+            return visit(static_cast<std::int16_t*>(nullptr));
+        case SampleType::uint32:
+            return visit(static_cast<std::uint32_t*>(nullptr));
+        case SampleType::int32:
+            return visit(static_cast<std::int32_t*>(nullptr));
+        case SampleType::uint64:
+            return visit(static_cast<std::uint64_t*>(nullptr));
+        case SampleType::int64:
+            return visit(static_cast<std::int64_t*>(nullptr));
+        case SampleType::float32:
             return visit(static_cast<float*>(nullptr));
-        case SampleType::DOUBLE:
+        case SampleType::float64:
             return visit(static_cast<double*>(nullptr));
-        default:
-            throw std::runtime_error("samples of an unknown type");
     }
 }
 
@@ -140,16 +166,32 @@ std::vector<double> greyValues(const std::vector<Sample>& samples, unsigned chan
     return values;
 }
 
-Picture readWith(itk::ImageIOBase& io) {
+// MetaImage's reader leaves the samples alone that a short file lacks: the last one then still
+// holds whatever it was filled with before.
+template <typename Sample>
+std::vector<Sample> readSamples(itk::ImageIOBase& io) {
+    std::vector<Sample> samples(io.GetImageSizeInComponents());
+    const Sample marker = 101;
+    const Sample otherMarker = 102;
+    samples.back() = marker;
+    io.Read(samples.data());
+    if (samples.back() == marker) {
+        samples.back() = otherMarker;
+        io.Read(samples.data());
+        if (samples.back() == otherMarker) throw std::runtime_error("the file ends too early");
+    }
+    return samples;
+}
+
+Picture readWith(const fs::path& file, itk::ImageIOBase& io) {
     io.ReadImageInformation();
     Picture picture;
-    picture.sampleType = io.GetComponentType();
+    picture.sampleType = fromItk(io.GetComponentType());
     readAxes(io, picture);
+    requireWholeFile(file, io);
     setWholeRegion(io);
     withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
-        std::vector<Sample> samples(io.GetImageSizeInComponents());
-        io.Read(samples.data());
-        picture.values = greyValues(samples, io.GetNumberOfComponents());
+        picture.values = greyValues(readSamples<Sample>(io), io.GetNumberOfComponents());
     });
     while (picture.dimensions() > 2 && picture.axes.back().extent == 1) picture.axes.pop_back();
     return picture;
@@ -169,9 +211,9 @@ void writeWith(itk::ImageIOBase& io, const Picture& picture) {
     }
     io.SetPixelType(itk::CommonEnums::IOPixel::SCALAR);
     io.SetNumberOfComponents(1);
-    io.SetComponentType(picture.sampleType);
     setWholeRegion(io);
     withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
+        io.SetComponentType(itk::ImageIOBase::MapPixelType<Sample>::CType);
         std::vector<Sample> samples(picture.values.size());
         std::transform(picture.values.begin(), picture.values.end(), samples.begin(),
                        toSample<Sample>);
@@ -189,7 +231,7 @@ Picture readPicture(const fs::path& file) {
         const auto io = openFormat(file, FileMode::ReadMode);
         if (!io) throw std::runtime_error("unknown format or damaged file");
         io->SetFileName(file.string());
-        return readWith(*io);
+        return readWith(file, *io);
     } catch (const itk::ExceptionObject& error) {
         fail("read", file, oneLine(error.GetDescription()));
     } catch (const std::bad_alloc&) {

@@ -1,10 +1,10 @@
 #include "wholeFile.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -31,7 +31,7 @@ public:
     FolderBeside(const FolderBeside&) = delete;
     FolderBeside& operator=(const FolderBeside&) = delete;
 
-    const fs::path& path() const { return path_; }
+    [[nodiscard]] const fs::path& path() const { return path_; }
 
 private:
     fs::path path_;
