@@ -5,10 +5,10 @@
 // one call of a reported seed.
 #include <HalideRuntime.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,14 +44,14 @@ int64_t environmentNumber(const char* name, int64_t otherwise) {
 
 // A fault on a guard page ends the process, so the call that made it is named first.
 volatile uint64_t seedOfCall = 0;
+struct sigaction previousFaultAction;
 
 void nameCall(int signal) {
     char text[80];
     const int length = std::snprintf(text, sizeof text, "fault in the call of seed 0x%llx\n",
                                      static_cast<unsigned long long>(seedOfCall));
     if (write(STDERR_FILENO, text, static_cast<std::size_t>(length)) < length) std::abort();
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
+    sigaction(signal, &previousFaultAction, nullptr);  // meets the fault again on return
 }
 
 // Runs calls of one pipeline and compares what they leave in memory.
@@ -119,10 +119,12 @@ protected:
         if (!processorRuns(GetParam().variant.instructionSet)) {
             GTEST_SKIP() << "the processor lacks the instruction set";
         }
-        std::signal(SIGSEGV, nameCall);
+        struct sigaction action = {};
+        action.sa_handler = nameCall;
+        sigaction(SIGSEGV, &action, &previousFaultAction);
     }
     void TearDown() override {
-        std::signal(SIGSEGV, SIG_DFL);
+        sigaction(SIGSEGV, &previousFaultAction, nullptr);
         halide_set_error_handler(previousHandler_);
     }
 

@@ -1,0 +1,111 @@
+// The exponential that the float32 pipelines carry themselves, by its bits: where its
+// value is known, at the cut-off, and against the scalar reference.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <numbers>
+#include <string>
+#include <vector>
+
+#include "reference/Reference.h"
+#include "support/Bits.h"
+#include "support/Pipelines.h"
+#include "support/SmallImage.h"
+
+namespace {
+
+using namespace diffusefilt;
+using namespace support;
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+std::vector<Pipeline> planarPipelines() {
+    std::vector<Pipeline> chosen = pipelines();
+    std::erase_if(chosen, [](const Pipeline& pipeline) {
+        const PipelineVariant& variant = pipeline.variant;
+        return variant.dimensions != 2 || variant.conduction != Conduction::exponential ||
+               variant.elementType != ElementType::float32;
+    });
+    return chosen;
+}
+
+class InlineExponential : public testing::TestWithParam<Pipeline> {
+protected:
+    void SetUp() override {
+        if (!processorRuns(instructionSet())) {
+            GTEST_SKIP() << "the processor lacks the instruction set";
+        }
+    }
+
+    InstructionSet instructionSet() const { return GetParam().variant.instructionSet; }
+
+    // g * difference, in full, with g the exponential of the square of difference / threshold:
+    // a lone difference from 0, divided by the rate of planes, a power of two. It shows g
+    // itself where the difference is a power of two.
+    float flux(float difference, float threshold) const {
+        const int width = 2 * GetParam().variant.lanes();
+        SmallImage<float> image(width, 3, 0, 0.0f);
+        image(width / 2 + 1, 1, 0) = difference;
+        const bool minimal = GetParam().variant.connectivity == Connectivity::minimal;
+        const float rate = minimal ? 0.25f : 0.125f;
+        return filtered(GetParam(), image, threshold)(width / 2, 1, 0) / rate;
+    }
+};
+
+TEST_P(InlineExponential, ShowsItsBits) {
+    EXPECT_EQ(bitsOf(flux(1, 1)), 0x3ebc5ab2u);
+    const bool avx = instructionSet() == InstructionSet::avx;
+    const float atFifty = std::bit_cast<float>(avx ? 0x1b692beau : 0x1b692bebu);
+    EXPECT_EQ(bitsOf(flux(3, 0.424264073f)), bitsOf(3 * atFifty));  // t * t is 50
+
+    // The last threshold before the cut-off, and the first behind it.
+    EXPECT_GT(flux(16, 4 * 0.428017974f), 0.0f);        // t * t has the bits 0x42aeac4e
+    EXPECT_EQ(bitsOf(flux(16, 4 * 0.428017944f)), 0u);  // 0x42aeac51
+
+    const auto matchesReference = [&](float threshold) {
+        const float t = 1 / threshold;
+        const float g = reference::inlineExponential(instructionSet(), t * t);
+        return bitsOf(flux(16, 16 * threshold)) == bitsOf(16 * g);
+    };
+    for (float threshold = 0.10722f; threshold < 20; threshold *= 1.0005f) {
+        const float t = 1 / threshold;
+        const double exact = 16 * std::exp(-double{t * t});
+        ASSERT_LT(std::abs(flux(16, 16 * threshold) - exact), 1.5e-7 * exact) << threshold;
+        ASSERT_TRUE(matchesReference(threshold)) << threshold;
+    }
+
+    // Around the steps of the floor, where the last bit of the scaling decides.
+    for (int step = 1; step <= 126; ++step) {
+        const float near = 1 / std::sqrt(static_cast<float>(step) * std::numbers::ln2_v<float>);
+        float threshold = near * (1 - 0x1p-21f);
+        for (; threshold < near * (1 + 0x1p-21f); threshold = std::nextafter(threshold, 1e9f)) {
+            ASSERT_TRUE(matchesReference(threshold)) << threshold;
+        }
+    }
+}
+
+TEST(InlineExponentialReference, GivesTheKnownBits) {
+    using reference::inlineExponential;
+    for (const InstructionSet set :
+         {InstructionSet::none, InstructionSet::avx, InstructionSet::avx2}) {
+        const uint32_t atFifty = set == InstructionSet::avx ? 0x1b692beau : 0x1b692bebu;
+        EXPECT_EQ(bitsOf(inlineExponential(set, 0.0f)), 0x3f800000u);
+        EXPECT_EQ(bitsOf(inlineExponential(set, 1.0f)), 0x3ebc5ab2u);
+        EXPECT_EQ(bitsOf(inlineExponential(set, 50.0f)), atFifty);
+        EXPECT_EQ(inlineExponential(set, 0x1.5d58ap6f), 1.1754907074462803e-38f);
+        EXPECT_EQ(inlineExponential(set, std::bit_cast<float>(0x42aeac51u)), 0.0f);
+        for (const double s : {infinity, nan, 3e9}) {
+            EXPECT_EQ(bitsOf(inlineExponential(set, static_cast<float>(s))), 0u);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pipelines, InlineExponential, testing::ValuesIn(planarPipelines()),
+                         [](const auto& info) { return std::string(info.param.name); });
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(InlineExponential);
+
+}  // namespace
