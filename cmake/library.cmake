@@ -20,6 +20,8 @@ target_link_libraries(diffusefilt_common INTERFACE diffusefilt_options halide_he
 
 # g++ would put its own floor in place of the call that the set makes.
 diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf)
+diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma)
+diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi)
 
 add_library(diffusefilt_halide SHARED
   diffusefilt_halide/frame/boundsQuery.cpp
@@ -29,6 +31,8 @@ add_library(diffusefilt_halide SHARED
   diffusefilt_halide/frame/regions.cpp
   diffusefilt_halide/registerTBB.cpp
   runtime/nullArgumentReporter.cpp
+  $<TARGET_OBJECTS:diffusefilt_avx>
+  $<TARGET_OBJECTS:diffusefilt_avx2>
   $<TARGET_OBJECTS:diffusefilt_none>)
 # The runtime comes behind our own objects: of two weak definitions the linker keeps the
 # first, and one reporter is ours.

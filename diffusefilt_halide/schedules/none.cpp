@@ -10,7 +10,4 @@
 #define DIFFUSEFILT_PATHS_IF_avx(...)
 #define DIFFUSEFILT_PATHS_IF_avx2(...)
 
-#define PIPELINE(dimensions, connectivity, conduction, elementType, instructionSet)          \
-    DIFFUSEFILT_PATHS_IF_##instructionSet(dimensions, connectivity, conduction, elementType, \
-                                          instructionSet)
-#include "frame/pipelines.def"
+#include "schedules/expandPaths.h"
