@@ -1,14 +1,18 @@
 # libdiffusefilt_halide.so
 find_package(TBB REQUIRED)
 
+# Neither the element code nor the frame holds anything that an exception would have to
+# clean up: one of a host's hook passes through on the unwind tables alone. Nor does
+# either import anything but what it calls by name.
+set(diffusefilt_plain -fno-exceptions -fno-stack-protector)
+
 # The element code, compiled once for each instruction set. -march comes first and fixes
 # the processor, whatever the build was given; the negative flags say what the set may
-# not use. No exception can start in it, so none of its functions carries a handler; and
-# it never looks at errno, but the calls of exp and floorf are part of the results.
+# not use.
 function(diffusefilt_element_objects set)
   add_library(diffusefilt_${set} OBJECT diffusefilt_halide/schedules/${set}.cpp)
   target_compile_options(diffusefilt_${set} PRIVATE
-    -march=x86-64 ${ARGN} -ffp-contract=off -fno-exceptions -fno-stack-protector)
+    -march=x86-64 ${ARGN} -ffp-contract=off ${diffusefilt_plain})
   target_link_libraries(diffusefilt_${set} PRIVATE diffusefilt_common)
 endfunction()
 
@@ -23,14 +27,20 @@ diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf)
 diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma)
 diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi)
 
-add_library(diffusefilt_halide SHARED
+# The frame is baseline code.
+add_library(diffusefilt_frame OBJECT
   diffusefilt_halide/frame/boundsQuery.cpp
   diffusefilt_halide/frame/checkLadder.cpp
   diffusefilt_halide/frame/entry.cpp
   diffusefilt_halide/frame/exports.cpp
-  diffusefilt_halide/frame/regions.cpp
+  diffusefilt_halide/frame/regions.cpp)
+target_compile_options(diffusefilt_frame PRIVATE -march=x86-64 ${diffusefilt_plain})
+target_link_libraries(diffusefilt_frame PRIVATE diffusefilt_common)
+
+add_library(diffusefilt_halide SHARED
   diffusefilt_halide/registerTBB.cpp
   runtime/nullArgumentReporter.cpp
+  $<TARGET_OBJECTS:diffusefilt_frame>
   $<TARGET_OBJECTS:diffusefilt_avx>
   $<TARGET_OBJECTS:diffusefilt_avx2>
   $<TARGET_OBJECTS:diffusefilt_none>)

@@ -18,12 +18,15 @@ struct PipelineVariant {
     ElementType elementType;
     InstructionSet instructionSet;
 
-    constexpr int elementBits() const { return elementType == ElementType::float32 ? 32 : 64; }
-
-    constexpr int vectorBits() const { return instructionSet == InstructionSet::none ? 128 : 256; }
-
+    // Always inlined, as these run in code for every instruction set.
+    [[gnu::always_inline]] constexpr int elementBits() const {
+        return elementType == ElementType::float32 ? 32 : 64;
+    }
+    [[gnu::always_inline]] constexpr int vectorBits() const {
+        return instructionSet == InstructionSet::none ? 128 : 256;
+    }
     // L, the elements of one vector: it decides the path of a call and the cut of its rows.
-    constexpr int lanes() const { return vectorBits() / elementBits(); }
+    [[gnu::always_inline]] constexpr int lanes() const { return vectorBits() / elementBits(); }
 };
 
 }  // namespace diffusefilt

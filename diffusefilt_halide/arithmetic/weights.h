@@ -8,10 +8,10 @@
 
 namespace diffusefilt {
 
-constexpr float fromBits(uint32_t bits) noexcept {
+[[gnu::always_inline]] constexpr float fromBits(uint32_t bits) noexcept {
     return __builtin_bit_cast(float, bits);
 }
-constexpr double fromBits(uint64_t bits) noexcept {
+[[gnu::always_inline]] constexpr double fromBits(uint64_t bits) noexcept {
     return __builtin_bit_cast(double, bits);
 }
 
