@@ -86,7 +86,10 @@ template <InstructionSet set>
     const auto finish = [&](__m256 value, __m256 isOverflow, __m256 isUnderflow)
         __attribute__((always_inline)) {
         const auto infinity = _mm256_set1_ps(__builtin_inff());
-        const auto bounded = _mm256_blendv_ps(p * value, infinity, isOverflow);
+        // Not blendv: g++ takes it apart into scalar branches where the set has no 256-bit
+        // integer comparison, and the whole step takes 1.6 times as long.
+        const auto bounded = _mm256_or_ps(_mm256_and_ps(isOverflow, infinity),
+                                          _mm256_andnot_ps(isOverflow, p * value));
         return _mm256_andnot_ps(isUnderflow, bounded);
     };
 #ifdef __AVX2__
