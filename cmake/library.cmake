@@ -39,7 +39,9 @@ target_link_libraries(diffusefilt_frame PRIVATE diffusefilt_common)
 
 add_library(diffusefilt_halide SHARED
   diffusefilt_halide/registerTBB.cpp
+  runtime/finalisers.cpp
   runtime/nullArgumentReporter.cpp
+  wrap_memcpy/memcpy_glibc225_pic.cpp
   $<TARGET_OBJECTS:diffusefilt_frame>
   $<TARGET_OBJECTS:diffusefilt_avx>
   $<TARGET_OBJECTS:diffusefilt_avx2>
@@ -48,14 +50,23 @@ add_library(diffusefilt_halide SHARED
 # first, and one reporter is ours.
 add_dependencies(diffusefilt_halide halide_runtime)
 target_link_libraries(diffusefilt_halide PRIVATE
-  ${runtime_object} diffusefilt_common TBB::tbb m)
+  ${runtime_object} diffusefilt_common TBB::tbb
+  -Wl,--push-state,--no-as-needed $<TARGET_FILE:TBB::tbbmalloc> -Wl,--pop-state
+  m)
 target_include_directories(diffusefilt_halide INTERFACE include)
 
+# Hosts find the library by its path; its own dependencies are looked for beside it first.
 set(exports_map ${CMAKE_CURRENT_SOURCE_DIR}/diffusefilt_halide/exports.map)
-set_target_properties(diffusefilt_halide PROPERTIES LINK_DEPENDS "${exports_map};${runtime_object}")
-# Kept mapped: to unload it under TBB's sleeping workers is to crash.
+set_target_properties(diffusefilt_halide PROPERTIES
+  NO_SONAME ON
+  BUILD_WITH_INSTALL_RPATH ON
+  INSTALL_RPATH "$ORIGIN;$ORIGIN/../lib;$ORIGIN/../../lib"
+  LINK_DEPENDS "${exports_map};${runtime_object}")
+# Nothing is bound symbolically: a definition that stands earlier in the lookup order of the
+# process replaces ours. Kept mapped: to unload it under TBB's sleeping workers is to crash.
 target_link_options(diffusefilt_halide PRIVATE
-  -Wl,--version-script=${exports_map} -Wl,-z,nodelete)
+  -Wl,--version-script=${exports_map} -Wl,--wrap=memcpy
+  -Wl,-z,nodelete -Wl,--disable-new-dtags)
 if(NOT DIFFUSEFILT_SANITIZE)
   target_link_options(diffusefilt_halide PRIVATE -Wl,-z,defs)
 endif()
