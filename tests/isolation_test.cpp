@@ -2,30 +2,17 @@
 // execute, read from their symbol tables and their disassembly.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <iterator>
 #include <map>
-#include <memory>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
-#include <vector>
+
+#include "support/Command.h"
 
 namespace {
 
-using Words = std::vector<std::string>;
-
-std::vector<Words> linesOf(const std::string& command) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    std::vector<Words> lines;
-    char buffer[8192];
-    while (pipe != nullptr && std::fgets(buffer, sizeof(buffer), pipe.get()) != nullptr) {
-        std::istringstream words(buffer);
-        lines.push_back({std::istream_iterator<std::string>(words), {}});
-    }
-    return lines;
-}
+using support::linesOf;
+using support::Words;
 
 // Object files, blank-separated, of the three sets and of the frame.
 const std::map<std::string, std::string> objects = {
