@@ -1,4 +1,4 @@
-// diffuse: filters a picture with the library, from file to file.
+// diffuse: filters a picture or a volume with the library, from file to file.
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -18,19 +18,18 @@ namespace {
 Picture readInput(const Options& options) {
     Picture picture = readPicture(options.input);
     if (options.slice) return takeSlice(picture, *options.slice);
-    if (picture.dimensions() != 2) {
+    if (picture.dimensions() != 2 && picture.dimensions() != 3) {
         throw std::runtime_error(options.input.string() + " has " +
                                  std::to_string(picture.dimensions()) +
-                                 " dimensions, 2 are needed: choose one slice of a volume with "
-                                 "--slice AXIS:INDEX");
+                                 " dimensions, 2 or 3 are needed");
     }
     return picture;
 }
 
 void run(const Options& options) {
-    if (!options.output.empty()) requireWritableFormat(options.output);
-    if (!options.montage.empty()) requireWritableFormat(options.montage);
     const Picture clean = readInput(options);
+    if (!options.output.empty()) requireWritableFormat(options.output, clean.dimensions());
+    if (!options.montage.empty()) requireWritableFormat(options.montage, 2);
     const Pipeline& pipeline = findPipeline(clean.dimensions(), options.pipeline);
 
     Picture noisy = clean;
