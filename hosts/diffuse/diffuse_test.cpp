@@ -190,6 +190,7 @@ TEST_F(DiffuseFolder, RefusesBadInputInOneLineAndWritesNothing) {
         {"step.nrrd -k ten -o out.nrrd", 2, "--threshold"},
         {"step.nrrd -o out.nrrd", 2, "--threshold"},
         {"step.nrrd -k 1 -o out.nrrd --add-noise -3", 2, "--add-noise"},
+        {"step.nrrd -k 1 -o out.nrrd --instruction-set sse", 2, "--instruction-set"},
         {"step.nrrd -k 1", 2, "nothing to do"},
         {"-k 1 -o out.nrrd", 2, "input"},
         {"step.nrrd -k 1 -o out.nrrd --unknown", 2, "--unknown"},

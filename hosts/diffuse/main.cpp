@@ -10,6 +10,8 @@
 #include "noise.h"
 #include "options.h"
 #include "pictureFile.h"
+#include "pipelineTable.h"
+#include "processor.h"
 
 namespace diffuse {
 
@@ -27,10 +29,12 @@ Picture readInput(const Options& options) {
 }
 
 void run(const Options& options) {
+    PipelineChoice choice = options.pipeline;
+    choice.instructionSet = chooseInstructionSet(choice.instructionSet);
     const Picture clean = readInput(options);
     if (!options.output.empty()) requireWritableFormat(options.output, clean.dimensions());
     if (!options.montage.empty()) requireWritableFormat(options.montage, 2);
-    const Pipeline& pipeline = findPipeline(clean.dimensions(), options.pipeline);
+    const Pipeline& pipeline = findPipeline(clean.dimensions(), choice);
 
     Picture noisy = clean;
     const bool hasNoise = options.noiseSigma > 0;

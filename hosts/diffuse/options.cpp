@@ -67,6 +67,11 @@ std::optional<Options> parseOptions(int argc, const char* const* argv) {
     app.add_option("--type", options.pipeline.elementType, "Arithmetic: float32 or float64")
         ->capture_default_str()
         ->check(CLI::IsMember({"float32", "float64"}).description(""));
+    app.add_option("--instruction-set", options.pipeline.instructionSet,
+                   "Of the processor: none (any x86-64), avx, avx2 (with FMA3 and BMI1), or auto, "
+                   "the best that it can run")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"auto", "none", "avx", "avx2"}).description(""));
     app.add_option("--add-noise", options.noiseSigma,
                    "Add Gaussian noise of this standard deviation, in grey values, before "
                    "filtering, and print the PSNR before and after")
