@@ -28,12 +28,14 @@ struct Loop {
         const std::lock_guard lock(loop.mutex);
         ++loop.runs[number];
         const auto status = loop.statuses.find(number);
-        return status == loop.statuses.end() ? 0 : status->second;
+        if (status == loop.statuses.end()) return 0;
+        return loop.lastFailure = status->second;
     }
 
     std::mutex mutex;
     std::map<int, int> runs;
     std::map<int, int> statuses;
+    int lastFailure = 0;
 };
 
 TEST(ParallelLoop, RunsEachTaskOnce) {
@@ -68,7 +70,7 @@ TEST(ParallelLoop, EmptyAndWrappingRangesRunNothing) {
 
 TEST(ParallelLoop, FailuresAreReturnedAndStopNothing) {
     for (const int threads : {1, 2, 7}) {
-        withThreads(threads, [] {
+        withThreads(threads, [threads] {
             Loop one;
             one.statuses[17] = -99;
             EXPECT_EQ(one.run(0, 100), -99);
@@ -78,6 +80,7 @@ TEST(ParallelLoop, FailuresAreReturnedAndStopNothing) {
             two.statuses = {{3, 5}, {96, -6}};
             const int status = two.run(0, 100);
             EXPECT_TRUE(status == 5 || status == -6) << status;
+            if (threads == 1) EXPECT_EQ(status, two.lastFailure);  // overwrites the other
             EXPECT_EQ(two.runs.size(), 100u);
         });
     }

@@ -112,6 +112,16 @@ TEST_P(BoundsQuery, BuffersAreJudgedSeparately) {
     EXPECT_EQ(dimensionsOf(half.output), answer({{0, L(), 1}, {0, 4, L()}}, {0, 3, 4 * L()}));
 }
 
+// One record for both buffers ends with the input's answer to the shape it came with.
+TEST_P(BoundsQuery, TheInputIsAnsweredLast) {
+    FrameCall call(GetParam(), L());
+    for (halide_dimension_t& dim : call.inputDim) dim = {10, 20, 1};
+    call.input.host = nullptr;
+    call.outputArgument = &call.input;
+    EXPECT_EQ(call.run(), 0);
+    EXPECT_EQ(dimensionsOf(call.input), answer({{9, 11, 1}, {9, 11, 11}}, {9, 11, 121}));
+}
+
 TEST_P(BoundsQuery, EmptyAndAllZeroShapesAreAnswered) {
     FrameCall call(GetParam(), L());
     query(call, 0, 0);

@@ -78,6 +78,16 @@ TEST_P(InlineExponential, ShowsItsBits) {
         ASSERT_TRUE(matchesReference(threshold)) << threshold;
     }
 
+    // Where the last bit of ln2Lo, c7 or c6, or a single fused step decides: one argument in
+    // a million, which no sweep meets.
+    for (const float threshold :
+         {0x1.b776cap-4f, 0x1.b79a72p-4f, 0x1.b7dcdap-4f, 0x1.b9ac0ep-4f, 0x1.b9ad6ap-4f,
+          0x1.b9afa4p-4f, 0x1.baf946p-4f, 0x1.bb6d96p-4f, 0x1.bb8364p-4f, 0x1.bccc3ap-4f,
+          0x1.bd032ap-4f, 0x1.bd71b4p-4f, 0x1.c8cf44p-4f, 0x1.d94904p-4f, 0x1.e023b8p-4f,
+          0x1.e023c0p-4f, 0x1.ec032cp-4f, 0x1.21eca0p-3f, 0x1.21eca4p-3f, 0x1.52642p-2f}) {
+        ASSERT_TRUE(matchesReference(threshold)) << threshold;
+    }
+
     // Around the steps of the floor, where the last bit of the scaling decides.
     for (int step = 1; step <= 126; ++step) {
         const float near = 1 / std::sqrt(static_cast<float>(step) * std::numbers::ln2_v<float>);

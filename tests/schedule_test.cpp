@@ -115,6 +115,19 @@ std::vector<std::string> nestsOfPlane(const char* name, int z) {
     return rows;
 }
 
+// The part without clamps is empty, and no other part runs twice.
+TEST(PlaneSchedule, FlatVolumesHaveNoInnerPart) {
+    const Pipeline* pipeline = findPipeline("diffusefilt3_minimal_quadratic_float64_none");
+    if (pipeline == nullptr) GTEST_SKIP() << "not in the table";
+    const CapturedLoop loop(*pipeline, {{0, 11, 1}, {0, 1, 11}, {0, 1, 11}},
+                            {{0, 11, 1}, {0, 1, 11}, {0, 1, 11}}, 1);
+    const auto record = loop.as<diffusefilt::PlaneClosure<Connectivity::minimal, double>>();
+    EXPECT_EQ(record.interiorRowBegin, 1);
+    EXPECT_EQ(record.interiorRowEnd, 1);
+    EXPECT_EQ(record.interiorPlaneBegin, 1);
+    EXPECT_EQ(record.interiorPlaneEnd, 1);
+}
+
 TEST(PlaneSchedule, NestsServeTheirVectors) {
     const char* minimal = "diffusefilt3_minimal_quadratic_float64_none";
     const char* maximal = "diffusefilt3_maximal_quadratic_float64_none";

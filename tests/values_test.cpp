@@ -126,6 +126,18 @@ TEST_P(Values, OneNeighbourPullsWithItsWeight) {
     });
 }
 
+// Fluxes that vanish from below leave -0.0, for no sum starts from +0.0.
+TEST_P(Values, NegativeZerosAddUp) {
+    inElementType([&]<class T>(T) {
+        for (const int width : widths()) {
+            if (width < 3) continue;
+            SmallImage<T> image = blank<T>(width, T(-1));
+            image(width / 2, 2, middleZ()) = T(-0.0);
+            expectElement<T>(filtered(image, 0), width / 2, 2, middleZ(), T(-0.0));
+        }
+    });
+}
+
 // Thresholds whose reciprocal is infinite or NaN, on an image without equal neighbours
 // but those that the border repeats.
 TEST_P(Values, ThresholdsWithoutReciprocal) {
