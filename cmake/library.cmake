@@ -2,24 +2,26 @@
 find_package(TBB REQUIRED)
 
 # Neither the element code nor the frame holds anything that an exception would have to
-# clean up: one of a host's hook passes through on the unwind tables alone. Nor does
-# either import anything but what it calls by name.
+# clean up. One of a host's hook passes through the frame on its unwind tables; element
+# code has none, so that nothing passes a parallel body. Neither imports anything but what
+# it calls by name.
 set(diffusefilt_plain -fno-exceptions -fno-stack-protector)
+set(diffusefilt_element ${diffusefilt_plain} -fno-unwind-tables -fno-asynchronous-unwind-tables)
 
-# The element code, compiled once for each instruction set. -march comes first and fixes
-# the processor, whatever the build was given; the negative flags say what the set may
-# not use.
+# The element code, compiled once for each instruction set. -march=x86-64, which all of the
+# library has, fixes the processor, whatever the build was given; the flags here say what
+# the set may and may not use beyond it.
 function(diffusefilt_element_objects set)
   add_library(diffusefilt_${set} OBJECT diffusefilt_halide/schedules/${set}.cpp)
   target_compile_options(diffusefilt_${set} PRIVATE
-    -march=x86-64 ${ARGN} -ffp-contract=off ${diffusefilt_plain})
+    ${ARGN} -ffp-contract=off ${diffusefilt_element})
   target_link_libraries(diffusefilt_${set} PRIVATE diffusefilt_common)
 endfunction()
 
 add_library(diffusefilt_common INTERFACE)
 target_include_directories(diffusefilt_common INTERFACE diffusefilt_halide include)
 target_compile_options(diffusefilt_common INTERFACE
-  -fPIC -fvisibility=hidden $<$<CXX_COMPILER_ID:Clang>:-fsemantic-interposition>)
+  -march=x86-64 -fPIC -fvisibility=hidden $<$<CXX_COMPILER_ID:Clang>:-fsemantic-interposition>)
 target_link_libraries(diffusefilt_common INTERFACE diffusefilt_options halide_headers)
 
 # g++ would put its own floor in place of the call that the set makes.
@@ -27,14 +29,15 @@ diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf)
 diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma)
 diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi)
 
-# The frame is baseline code.
+# The frame, and the loop that it starts, are baseline code.
 add_library(diffusefilt_frame OBJECT
   diffusefilt_halide/frame/boundsQuery.cpp
   diffusefilt_halide/frame/checkLadder.cpp
   diffusefilt_halide/frame/entry.cpp
   diffusefilt_halide/frame/exports.cpp
-  diffusefilt_halide/frame/regions.cpp)
-target_compile_options(diffusefilt_frame PRIVATE -march=x86-64 ${diffusefilt_plain})
+  diffusefilt_halide/frame/regions.cpp
+  diffusefilt_halide/schedules/parallelLoop.cpp)
+target_compile_options(diffusefilt_frame PRIVATE ${diffusefilt_plain})
 target_link_libraries(diffusefilt_frame PRIVATE diffusefilt_common)
 
 add_library(diffusefilt_halide SHARED

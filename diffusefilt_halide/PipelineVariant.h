@@ -7,7 +7,8 @@ namespace diffusefilt {
 enum class Connectivity { maximal, minimal };
 enum class Conduction { exponential, quadratic };
 enum class ElementType { float32, float64 };
-enum class InstructionSet { avx, avx2, none };
+// From 1, as a mangled name leaves out a trailing 0: names always tell the set.
+enum class InstructionSet { avx = 1, avx2, none };
 
 // One pipeline. Usable as a template argument, so that every function made for
 // a variant carries its instruction set in its mangled name.

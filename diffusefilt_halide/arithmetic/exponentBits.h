@@ -51,8 +51,8 @@ template <InstructionSet set>
     return k <= underflowFrom ? 0.0f : bounded;
 }
 
-// k, the bits of 2^k as floats, and the two masks, for as many lanes as the set's integer
-// operations take at once.
+// 2^k by its bits, and the masks of the two selects, for as many lanes as the set's
+// integer operations take at once.
 template <InstructionSet set, class Floats, class Ints>
 struct PowerOfTwo {
     Floats value;
