@@ -1,37 +1,47 @@
-/* Public interface of libdiffusefilt_halide.so: one explicit step of anisotropic
+/** @file
+ * Public interface of libdiffusefilt_halide.so: one explicit step of anisotropic
  * diffusion (Perona and Malik, 1990) on a 2-D image or a 3-D volume. C99 and C++.
  *
- * Every pipeline P has three functions:
+ * Each of the 48 pipelines P of #DIFFUSEFILT_FOR_EACH_PIPELINE has three functions.
  *
- *   int P(keyimForType, gradTIn, output)
- *       Filters `keyimForType` (input, only read) into `output`. Both have the element
- *       type of the pipeline, a stride of 1 in dimension 0 and separate memory, which
- *       stays the caller's. `gradTIn` is the gradient threshold K, in the units of the
- *       elements: differences well below it are smoothed, differences well above it
- *       kept. It is a double in every pipeline and is not tested: 0, infinities and NaN
- *       run on with their IEEE results.
- *       Coordinates are absolute. The input is read at coordinates clamped to
- *       0 .. extent - 1 in each dimension, whatever its min is. Where the input's
- *       dimension 0 is wider than one vector, the output's must hold a whole vector.
- *       A buffer with null host and device 0 is filled in with the shape the call
- *       needs, and nothing is filtered.
- *       Returns 0, or the negative code of the error reported through halide_error,
- *       or the result of the parallel loop. The default error handler prints and
- *       aborts: install one with halide_set_error_handler to receive codes.
- *       Any number of calls may run at once on separate buffers.
+ *     int P(struct halide_buffer_t *keyimForType, double gradTIn, struct halide_buffer_t *output)
  *
- *   int P_argv(args)
- *       The same with { &keyimForType, &gradTIn, &output } as an array of pointers.
+ * filters `keyimForType`, which is only read, into `output`. Both have the element type of
+ * the pipeline, 2 or 3 dimensions by its name, a stride of 1 in dimension 0 and separate
+ * memory, which stays the caller's. The other strides are free. `min` + `extent` of a
+ * dimension must not pass 2^31 - 1.
  *
- *   const struct halide_filter_metadata_t *P_metadata(void)
- *       The constant description of the pipeline.
+ * `gradTIn` is the gradient threshold K, in the units of the elements: differences well
+ * below it are smoothed, differences well above it kept. It is a double in every pipeline
+ * (`float32` pipelines narrow it once) and is not tested: 0, infinities and NaN run on with
+ * their IEEE results.
+ *
+ * Coordinates are absolute. The input is read at coordinates clamped to 0 .. extent - 1 in
+ * each dimension, whatever its `min` is. Where the input is wider than a vector in dimension
+ * 0 (16 bytes in `none`, 32 in `avx` and `avx2`), the output must hold a whole vector.
+ *
+ * A buffer with null `host` and `device` 0 is filled in with the shape that the call needs,
+ * and nothing is filtered; the extents of the input must be set to the image's before.
+ *
+ * Returns 0, the negative code of the error reported through halide_error, or the result of
+ * the parallel loop. The runtime's default error handler prints and aborts: install another
+ * with halide_set_error_handler to receive codes. Any number of calls may run at once on
+ * separate buffers. The processor is not tested: `avx` needs AVX, `avx2` AVX2, FMA3 and BMI1.
+ *
+ *     int P_argv(void **args)
+ *
+ * is the same, with { keyimForType, &gradTIn, output } as an array of pointers.
+ *
+ *     const struct halide_filter_metadata_t *P_metadata(void)
+ *
+ * returns the constant description of the pipeline.
  *
  * HalideRuntime.h holds the records; it may be included before or after this header.
  */
 #ifndef DIFFUSEFILT_HALIDE_H
 #define DIFFUSEFILT_HALIDE_H
 
-/* X(name) for each of the 48 pipelines, in the library's order. */
+/** X(name) for each of the 48 pipelines, in the library's order. */
 #define DIFFUSEFILT_FOR_EACH_PIPELINE(X)             \
     X(diffusefilt2_maximal_exponential_float32_avx)  \
     X(diffusefilt2_maximal_exponential_float32_avx2) \

@@ -80,7 +80,9 @@ TEST(ParallelLoop, FailuresAreReturnedAndStopNothing) {
             two.statuses = {{3, 5}, {96, -6}};
             const int status = two.run(0, 100);
             EXPECT_TRUE(status == 5 || status == -6) << status;
-            if (threads == 1) EXPECT_EQ(status, two.lastFailure);  // overwrites the other
+            if (threads == 1) {
+                EXPECT_EQ(status, two.lastFailure);  // overwrites the other
+            }
             EXPECT_EQ(two.runs.size(), 100u);
         });
     }

@@ -1,0 +1,46 @@
+# Debian packages, written by scripts/package. There are two: what runs a host needs TBB
+# alone, what builds one needs HalideRuntime.h, whose package brings a whole compiler along.
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_PACKAGE_VENDOR "diffusefilt_halide maintainers")
+set(CPACK_PACKAGE_CONTACT "diffusefilt_halide maintainers <maintainers@diffusefilt.example>")
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # that of each component is its first line
+set(CPACK_STRIP_FILES ON)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libdiffusefilt-halide)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}
+Smooths noise and keeps strong edges. A call filters a 2-D image or a 3-D
+volume of floating-point elements once; results are defined to the last bit,
+for any number of threads.")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libdiffusefilt-halide-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "libdiffusefilt-halide (= ${PROJECT_VERSION}), libhalide14-0-dev")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} - headers
+Headers for C and C++, files for CMake and pkg-config, and the documentation
+of libdiffusefilt-halide.")
+
+# For the packages alone: what Debian asks of each, and the reasons why lintian is overruled.
+string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+configure_file(${package_folder}/changelog.in changelog @ONLY)
+find_program(GZIP gzip REQUIRED)
+add_custom_command(OUTPUT changelog.gz
+  COMMAND ${GZIP} -9nkf changelog DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog VERBATIM)
+add_custom_target(package_changelog ALL DEPENDS changelog.gz)
+foreach(component runtime development)
+  string(TOUPPER ${component} name)
+  set(package ${CPACK_DEBIAN_${name}_PACKAGE_NAME})
+  install(FILES ${package_folder}/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
+    DESTINATION share/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  if(EXISTS ${package_folder}/${package}.overrides)
+    install(FILES ${package_folder}/${package}.overrides DESTINATION share/lintian/overrides
+      RENAME ${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  endif()
+endforeach()
+include(CPack)

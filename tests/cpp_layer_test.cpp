@@ -1,0 +1,149 @@
+// The C++ layer for hosts against the C functions that it calls.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "diffusefilt_halide.hpp"
+#include "support/Bits.h"
+#include "support/Pipelines.h"
+#include "support/RandomNumbers.h"
+
+namespace {
+
+namespace host = diffusefilt_host;
+using host::InstructionSet;
+
+constexpr int32_t width = 21, height = 9, depth = 5;
+
+template <class T>
+std::vector<T> randomElements(std::size_t count) {
+    support::RandomNumbers random(count);
+    std::vector<T> elements(count);
+    for (T& element : elements) element = static_cast<T>(100 * random.unit());
+    return elements;
+}
+
+// Rows stand in reverse and planes apart, with elements between them.
+template <class T>
+host::View<T> stridedView(std::vector<T>& memory, int dimensions) {
+    T* const lastRow = memory.data() + (height - 1) * 24;
+    if (dimensions == 2) return {lastRow, {{0, width, 1}, {0, height, -24}}};
+    return {lastRow, {{0, width, 1}, {0, height, -24}, {0, depth, 300}}};
+}
+
+template <class T>
+void expectStepsOfTheEntry(const support::Pipeline& pipeline) {
+    const int dimensions = pipeline.variant.dimensions;
+    std::vector<T> image = randomElements<T>(depth * 300), scratch(image.size(), T{7});
+    std::vector<T> wanted[2] = {image, scratch};
+    for (int i = 0; i < 3; ++i) {
+        const host::View<T> from = stridedView(wanted[i % 2], dimensions);
+        const host::View<T> to = stridedView(wanted[(i + 1) % 2], dimensions);
+        halide_buffer_t in = from.record();
+        halide_buffer_t out = to.record();
+        ASSERT_EQ(pipeline.entry(&in, 20.0, &out), 0);
+    }
+    const host::View<T> views[] = {stridedView(image, dimensions),
+                                   stridedView(scratch, dimensions)};
+    const host::View<T> result =
+        host::findPipeline(pipeline.name).iterate(views[0], 20.0, views[1], 3);
+    EXPECT_EQ(result.data(), views[1].data());
+    // All of the memory: what lies between the rows stays.
+    for (std::size_t i = 0; i < image.size(); ++i) {
+        ASSERT_TRUE(support::sameBits(image[i], wanted[0][i])) << i;
+        ASSERT_TRUE(support::sameBits(scratch[i], wanted[1][i])) << i;
+    }
+}
+
+TEST(CppLayer, IterateGivesTheBitsOfTheEntries) {
+    for (const support::Pipeline& pipeline : support::pipelines()) {
+        if (!support::processorRuns(pipeline.variant.instructionSet)) continue;
+        SCOPED_TRACE(pipeline.name);
+        const bool isFloat = pipeline.variant.elementType == diffusefilt::ElementType::float32;
+        isFloat ? expectStepsOfTheEntry<float>(pipeline) : expectStepsOfTheEntry<double>(pipeline);
+    }
+}
+
+TEST(CppLayer, PipelinesAreFoundByNameAndByAxes) {
+    for (const support::Pipeline& pipeline : support::pipelines()) {
+        const host::Pipeline& found = host::findPipeline(pipeline.name);
+        EXPECT_EQ(found.entry, pipeline.entry) << pipeline.name;
+        EXPECT_EQ(found.dimensions, pipeline.variant.dimensions) << pipeline.name;
+    }
+    const auto nameOf = [](host::Axes axes) -> std::string {
+        return host::findPipeline(axes).name;
+    };
+    using namespace host;
+    EXPECT_EQ(nameOf({2, Connectivity::minimal, Conduction::quadratic, ElementType::float64, {}}),
+              "diffusefilt2_minimal_quadratic_float64_none");
+    EXPECT_EQ(nameOf({3, Connectivity::maximal, Conduction::exponential, ElementType::float32,
+                      InstructionSet::avx}),
+              "diffusefilt3_maximal_exponential_float32_avx");
+    EXPECT_EQ(nameOf({2, {}, {}, {}, InstructionSet::avx2}),
+              "diffusefilt2_minimal_quadratic_float32_avx2");
+    EXPECT_THROW(host::findPipeline("diffusefilt2_minimal_quadratic_float64_sse"),
+                 std::invalid_argument);
+    EXPECT_THROW(host::findPipeline({4, {}, {}, {}, {}}), std::invalid_argument);
+}
+
+TEST(CppLayer, BestSetNeedsEveryFeatureAndTheSystemsState) {
+    const host::ProcessorRegisters all = {bit_OSXSAVE | bit_AVX | bit_SSE4_1 | bit_FMA,
+                                          bit_AVX2 | bit_BMI, 7};
+    const auto best = [](host::ProcessorRegisters registers) {
+        return host::bestInstructionSet(registers);
+    };
+    EXPECT_EQ(best(all), InstructionSet::avx2);
+    EXPECT_EQ(best({all.leaf1Ecx & ~bit_FMA, all.leaf7Ebx, 7}), InstructionSet::avx);
+    EXPECT_EQ(best({all.leaf1Ecx, bit_AVX2, 7}), InstructionSet::avx);
+    EXPECT_EQ(best({all.leaf1Ecx, bit_BMI, 7}), InstructionSet::avx);
+    EXPECT_EQ(best({all.leaf1Ecx & ~bit_AVX, all.leaf7Ebx, 7}), InstructionSet::none);
+    EXPECT_EQ(best({all.leaf1Ecx & ~bit_OSXSAVE, all.leaf7Ebx, 7}), InstructionSet::none);
+    EXPECT_EQ(best({all.leaf1Ecx, all.leaf7Ebx, 3}), InstructionSet::none);
+
+    const bool avx2 = support::processorRuns(diffusefilt::InstructionSet::avx2);
+    const bool avx = support::processorRuns(diffusefilt::InstructionSet::avx);
+    EXPECT_EQ(host::bestInstructionSet(), avx2  ? InstructionSet::avx2
+                                          : avx ? InstructionSet::avx
+                                                : InstructionSet::none);
+}
+
+// Before the first call through the layer, as a host does it.
+std::vector<std::string> hostsWords;
+const halide_error_handler_t defaultHandler =
+    halide_set_error_handler([](void*, const char* words) { hostsWords.push_back(words); });
+
+TEST(CppLayer, FailuresCarryTheLibrarysWordsAndLeaveTheHostsHandlerItsOwn) {
+    EXPECT_EQ(defaultHandler, halide_default_error);
+    const host::Pipeline& pipeline =
+        host::findPipeline("diffusefilt2_minimal_quadratic_float64_none");
+    std::vector<double> memory(2 * 12);
+    const auto narrow = host::View<float>::dense(reinterpret_cast<float*>(memory.data()), {4, 3});
+    const auto image = host::View<double>::dense(memory.data(), {4, 3});
+    const auto scratch = host::View<double>::dense(memory.data() + 12, {4, 3});
+    try {
+        pipeline.step(narrow, 1.0, host::View<float>(narrow.data() + 12, {{0, 4, 1}, {0, 3, 4}}));
+        ADD_FAILURE() << "another element type was taken";
+    } catch (const host::Error& error) {
+        EXPECT_EQ(error.status(), -3);
+        EXPECT_EQ(error.words(),
+                  "Output buffer diffusefilt2 has type float64 but type of the buffer passed in is "
+                  "float32");
+        EXPECT_EQ(error.what(), pipeline.name + (" failed with status -3: " + error.words()));
+    }
+    EXPECT_EQ(hostsWords.size(), 0u);
+    // A call past the layer, also after one through it.
+    EXPECT_NO_THROW(pipeline.step(image, 1.0, scratch));
+    EXPECT_EQ(pipeline.entry(nullptr, 1.0, nullptr), -12);
+    EXPECT_EQ(hostsWords, std::vector<std::string>{"Buffer argument keyimForType is NULL"});
+
+    const auto volume = host::View<double>::dense(memory.data(), {2, 2, 2});
+    EXPECT_THROW(pipeline.step(volume, 1.0, scratch), std::invalid_argument);
+    EXPECT_THROW(pipeline.step(image, 1.0, image), std::invalid_argument);
+    EXPECT_THROW(pipeline.iterate(image, 1.0, scratch, -1), std::invalid_argument);
+    EXPECT_THROW(pipeline.iterate(image, 1.0, host::View<double>::dense(scratch.data(), {3, 4}), 1),
+                 std::invalid_argument);
+    EXPECT_THROW(host::View<double>::dense(nullptr, {2, 2}), std::invalid_argument);
+    EXPECT_THROW(host::View<double>::dense(memory.data(), {65536, 65536, 1}), std::length_error);
+}
+
+}  // namespace
