@@ -86,7 +86,7 @@ template <class V>
 #if defined(__AVX__) && !defined(__AVX2__)
     if constexpr (sizeof(V) == 32) {
         const auto halves = reinterpret_cast<__m256d>(v);
-        const auto half = reinterpret_cast<double*>(to);
+        auto* const half = reinterpret_cast<double*>(to);
         _mm_storeu_pd(half + 2, _mm256_extractf128_pd(halves, 1));
         _mm_storeu_pd(half, _mm256_castpd256_pd128(halves));
     } else
