@@ -1,21 +1,30 @@
 # libdiffusefilt_halide.so
 find_package(TBB REQUIRED)
 
-# The element code, compiled once for each instruction set. -march comes first and fixes
-# the processor, whatever the build was given; the negative flags say what the set may
-# not use. No exception can start in it, so none of its functions carries a handler; and
-# it never looks at errno, but the calls of exp and floorf are part of the results.
+# Neither the element code nor the frame holds anything that an exception would have to
+# clean up. One of a host's hook passes through the frame on its unwind tables; element
+# code has none, so that nothing passes a parallel body. Neither imports anything but what
+# it calls by name.
+set(diffusefilt_plain -fno-exceptions -fno-stack-protector)
+set(diffusefilt_element ${diffusefilt_plain} -fno-unwind-tables -fno-asynchronous-unwind-tables)
+if(DIFFUSEFILT_SANITIZE)
+  list(APPEND diffusefilt_element -O1 -g1)  # a quarter of the compile time of -O2 -g
+endif()
+
+# The element code, compiled once for each instruction set. -march=x86-64, which all of the
+# library has, fixes the processor, whatever the build was given; the flags here say what
+# the set may and may not use beyond it.
 function(diffusefilt_element_objects set)
   add_library(diffusefilt_${set} OBJECT diffusefilt_halide/schedules/${set}.cpp)
   target_compile_options(diffusefilt_${set} PRIVATE
-    -march=x86-64 ${ARGN} -ffp-contract=off -fno-exceptions -fno-stack-protector)
+    ${ARGN} -ffp-contract=off ${diffusefilt_element})
   target_link_libraries(diffusefilt_${set} PRIVATE diffusefilt_common)
 endfunction()
 
 add_library(diffusefilt_common INTERFACE)
 target_include_directories(diffusefilt_common INTERFACE diffusefilt_halide include)
 target_compile_options(diffusefilt_common INTERFACE
-  -fPIC -fvisibility=hidden $<$<CXX_COMPILER_ID:Clang>:-fsemantic-interposition>)
+  -march=x86-64 -fPIC -fvisibility=hidden $<$<CXX_COMPILER_ID:Clang>:-fsemantic-interposition>)
 target_link_libraries(diffusefilt_common INTERFACE diffusefilt_options halide_headers)
 
 # g++ would put its own floor in place of the call that the set makes.
@@ -23,14 +32,23 @@ diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf)
 diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma)
 diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi)
 
-add_library(diffusefilt_halide SHARED
+# The frame, and the loop that it starts, are baseline code.
+add_library(diffusefilt_frame OBJECT
   diffusefilt_halide/frame/boundsQuery.cpp
   diffusefilt_halide/frame/checkLadder.cpp
   diffusefilt_halide/frame/entry.cpp
   diffusefilt_halide/frame/exports.cpp
   diffusefilt_halide/frame/regions.cpp
+  diffusefilt_halide/schedules/parallelLoop.cpp)
+target_compile_options(diffusefilt_frame PRIVATE ${diffusefilt_plain})
+target_link_libraries(diffusefilt_frame PRIVATE diffusefilt_common)
+
+add_library(diffusefilt_halide SHARED
   diffusefilt_halide/registerTBB.cpp
+  runtime/finalisers.cpp
   runtime/nullArgumentReporter.cpp
+  wrap_memcpy/memcpy_glibc225_pic.cpp
+  $<TARGET_OBJECTS:diffusefilt_frame>
   $<TARGET_OBJECTS:diffusefilt_avx>
   $<TARGET_OBJECTS:diffusefilt_avx2>
   $<TARGET_OBJECTS:diffusefilt_none>)
@@ -38,14 +56,23 @@ add_library(diffusefilt_halide SHARED
 # first, and one reporter is ours.
 add_dependencies(diffusefilt_halide halide_runtime)
 target_link_libraries(diffusefilt_halide PRIVATE
-  ${runtime_object} diffusefilt_common TBB::tbb m)
+  ${runtime_object} diffusefilt_common TBB::tbb
+  -Wl,--push-state,--no-as-needed $<TARGET_FILE:TBB::tbbmalloc> -Wl,--pop-state
+  m)
 target_include_directories(diffusefilt_halide INTERFACE include)
 
+# Hosts find the library by its path; its own dependencies are looked for beside it first.
 set(exports_map ${CMAKE_CURRENT_SOURCE_DIR}/diffusefilt_halide/exports.map)
-set_target_properties(diffusefilt_halide PROPERTIES LINK_DEPENDS "${exports_map};${runtime_object}")
-# Kept mapped: to unload it under TBB's sleeping workers is to crash.
+set_target_properties(diffusefilt_halide PROPERTIES
+  NO_SONAME ON
+  BUILD_WITH_INSTALL_RPATH ON
+  INSTALL_RPATH "$ORIGIN;$ORIGIN/../lib;$ORIGIN/../../lib"
+  LINK_DEPENDS "${exports_map};${runtime_object}")
+# Nothing is bound symbolically: a definition that stands earlier in the lookup order of the
+# process replaces ours. Kept mapped: to unload it under TBB's sleeping workers is to crash.
 target_link_options(diffusefilt_halide PRIVATE
-  -Wl,--version-script=${exports_map} -Wl,-z,nodelete)
+  -Wl,--version-script=${exports_map} -Wl,--wrap=memcpy
+  -Wl,-z,nodelete -Wl,--disable-new-dtags)
 if(NOT DIFFUSEFILT_SANITIZE)
   target_link_options(diffusefilt_halide PRIVATE -Wl,-z,defs)
 endif()

@@ -7,7 +7,8 @@ namespace diffusefilt {
 enum class Connectivity { maximal, minimal };
 enum class Conduction { exponential, quadratic };
 enum class ElementType { float32, float64 };
-enum class InstructionSet { avx, avx2, none };
+// From 1, as a mangled name leaves out a trailing 0: names always tell the set.
+enum class InstructionSet { avx = 1, avx2, none };
 
 // One pipeline. Usable as a template argument, so that every function made for
 // a variant carries its instruction set in its mangled name.
@@ -18,12 +19,15 @@ struct PipelineVariant {
     ElementType elementType;
     InstructionSet instructionSet;
 
-    constexpr int elementBits() const { return elementType == ElementType::float32 ? 32 : 64; }
-
-    constexpr int vectorBits() const { return instructionSet == InstructionSet::none ? 128 : 256; }
-
+    // Always inlined, as these run in code for every instruction set.
+    [[gnu::always_inline]] constexpr int elementBits() const {
+        return elementType == ElementType::float32 ? 32 : 64;
+    }
+    [[gnu::always_inline]] constexpr int vectorBits() const {
+        return instructionSet == InstructionSet::none ? 128 : 256;
+    }
     // L, the elements of one vector: it decides the path of a call and the cut of its rows.
-    constexpr int lanes() const { return vectorBits() / elementBits(); }
+    [[gnu::always_inline]] constexpr int lanes() const { return vectorBits() / elementBits(); }
 };
 
 }  // namespace diffusefilt

@@ -31,6 +31,57 @@
 #ifndef DIFFUSEFILT_HALIDE_H
 #define DIFFUSEFILT_HALIDE_H
 
+/* X(name) for each of the 48 pipelines, in the library's order. */
+#define DIFFUSEFILT_FOR_EACH_PIPELINE(X)             \
+    X(diffusefilt2_maximal_exponential_float32_avx)  \
+    X(diffusefilt2_maximal_exponential_float32_avx2) \
+    X(diffusefilt2_maximal_exponential_float32_none) \
+    X(diffusefilt2_maximal_exponential_float64_avx)  \
+    X(diffusefilt2_maximal_exponential_float64_avx2) \
+    X(diffusefilt2_maximal_exponential_float64_none) \
+    X(diffusefilt2_maximal_quadratic_float32_avx)    \
+    X(diffusefilt2_maximal_quadratic_float32_avx2)   \
+    X(diffusefilt2_maximal_quadratic_float32_none)   \
+    X(diffusefilt2_maximal_quadratic_float64_avx)    \
+    X(diffusefilt2_maximal_quadratic_float64_avx2)   \
+    X(diffusefilt2_maximal_quadratic_float64_none)   \
+    X(diffusefilt2_minimal_exponential_float32_avx)  \
+    X(diffusefilt2_minimal_exponential_float32_avx2) \
+    X(diffusefilt2_minimal_exponential_float32_none) \
+    X(diffusefilt2_minimal_exponential_float64_avx)  \
+    X(diffusefilt2_minimal_exponential_float64_avx2) \
+    X(diffusefilt2_minimal_exponential_float64_none) \
+    X(diffusefilt2_minimal_quadratic_float32_avx)    \
+    X(diffusefilt2_minimal_quadratic_float32_avx2)   \
+    X(diffusefilt2_minimal_quadratic_float32_none)   \
+    X(diffusefilt2_minimal_quadratic_float64_avx)    \
+    X(diffusefilt2_minimal_quadratic_float64_avx2)   \
+    X(diffusefilt2_minimal_quadratic_float64_none)   \
+    X(diffusefilt3_maximal_exponential_float32_avx)  \
+    X(diffusefilt3_maximal_exponential_float32_avx2) \
+    X(diffusefilt3_maximal_exponential_float32_none) \
+    X(diffusefilt3_maximal_exponential_float64_avx)  \
+    X(diffusefilt3_maximal_exponential_float64_avx2) \
+    X(diffusefilt3_maximal_exponential_float64_none) \
+    X(diffusefilt3_maximal_quadratic_float32_avx)    \
+    X(diffusefilt3_maximal_quadratic_float32_avx2)   \
+    X(diffusefilt3_maximal_quadratic_float32_none)   \
+    X(diffusefilt3_maximal_quadratic_float64_avx)    \
+    X(diffusefilt3_maximal_quadratic_float64_avx2)   \
+    X(diffusefilt3_maximal_quadratic_float64_none)   \
+    X(diffusefilt3_minimal_exponential_float32_avx)  \
+    X(diffusefilt3_minimal_exponential_float32_avx2) \
+    X(diffusefilt3_minimal_exponential_float32_none) \
+    X(diffusefilt3_minimal_exponential_float64_avx)  \
+    X(diffusefilt3_minimal_exponential_float64_avx2) \
+    X(diffusefilt3_minimal_exponential_float64_none) \
+    X(diffusefilt3_minimal_quadratic_float32_avx)    \
+    X(diffusefilt3_minimal_quadratic_float32_avx2)   \
+    X(diffusefilt3_minimal_quadratic_float32_none)   \
+    X(diffusefilt3_minimal_quadratic_float64_avx)    \
+    X(diffusefilt3_minimal_quadratic_float64_avx2)   \
+    X(diffusefilt3_minimal_quadratic_float64_none)
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -42,56 +93,9 @@ struct halide_filter_metadata_t;
     int name(struct halide_buffer_t* keyimForType, double gradTIn, \
              struct halide_buffer_t* output);                      \
     int name##_argv(void** args);                                  \
-    const struct halide_filter_metadata_t* name##_metadata(void)
+    const struct halide_filter_metadata_t* name##_metadata(void);
 
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_exponential_float32_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_exponential_float32_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_exponential_float32_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_exponential_float64_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_exponential_float64_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_exponential_float64_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_quadratic_float32_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_quadratic_float32_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_quadratic_float32_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_quadratic_float64_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_quadratic_float64_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_maximal_quadratic_float64_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_exponential_float32_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_exponential_float32_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_exponential_float32_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_exponential_float64_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_exponential_float64_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_exponential_float64_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float32_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float32_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float32_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float64_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float64_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt2_minimal_quadratic_float64_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_exponential_float32_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_exponential_float32_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_exponential_float32_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_exponential_float64_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_exponential_float64_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_exponential_float64_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_quadratic_float32_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_quadratic_float32_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_quadratic_float32_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_quadratic_float64_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_quadratic_float64_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_maximal_quadratic_float64_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_exponential_float32_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_exponential_float32_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_exponential_float32_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_exponential_float64_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_exponential_float64_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_exponential_float64_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_quadratic_float32_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_quadratic_float32_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_quadratic_float32_none);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_quadratic_float64_avx);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_quadratic_float64_avx2);
-DIFFUSEFILT_DECLARE_PIPELINE(diffusefilt3_minimal_quadratic_float64_none);
+DIFFUSEFILT_FOR_EACH_PIPELINE(DIFFUSEFILT_DECLARE_PIPELINE)
 
 #undef DIFFUSEFILT_DECLARE_PIPELINE
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -142,6 +143,31 @@ TEST(ParallelLoop, TheHostMayReplaceIt) {
     EXPECT_EQ(halide_set_custom_do_par_for(ours), &halide_default_do_par_for);
     halide_shutdown_thread_pool();
     EXPECT_EQ(onTBB.outputMemory, onPool.outputMemory);
+}
+
+// HL_NUM_THREADS governs the runtime's own pool, where a host puts that in place, and
+// not the loop on TBB.
+TEST(ParallelLoop, ThreadVariableIsThePools) {
+    const Pipeline& pipeline = pipelines().front();
+    FrameCall call(pipeline, pipeline.variant.lanes() + 1);
+    TaskObserver observer;
+    setenv("HL_NUM_THREADS", "1", 1);
+    withThreads(2, [&] {
+        observer.restart(2);
+        EXPECT_EQ(call.run(), 0);
+        EXPECT_EQ(observer.threads(), 2);
+    });
+    const halide_do_par_for_t ours = halide_set_custom_do_par_for(halide_default_do_par_for);
+    for (const int threads : {1, 3}) {
+        setenv("HL_NUM_THREADS", std::to_string(threads).c_str(), 1);
+        halide_set_num_threads(0);  // reads the variable
+        observer.restart(threads);
+        EXPECT_EQ(call.run(), 0);
+        EXPECT_EQ(observer.threads(), threads);
+        halide_shutdown_thread_pool();
+    }
+    halide_set_custom_do_par_for(ours);
+    unsetenv("HL_NUM_THREADS");
 }
 
 }  // namespace

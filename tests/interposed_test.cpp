@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <stdexcept>
 
 #include "diffusefilt_halide.h"
 #include "support/FrameCall.h"
@@ -17,6 +18,7 @@ int entryCalls = 0;
 std::mutex argumentsMutex;
 std::vector<double> expArguments;
 int floorCalls = 0;
+bool expThrows = false;
 
 template <class T>
 T callNext(const char* name, T argument) {
@@ -32,7 +34,10 @@ int diffusefilt2_minimal_quadratic_float64_none(halide_buffer_t*, double gradTIn
     return static_cast<int>(gradTIn);
 }
 
-extern "C" double exp(double x) noexcept {
+// Under another name, as the header's declaration would not let it throw.
+double interposedExp(double x) __asm__("exp");
+double interposedExp(double x) {
+    if (expThrows) throw std::runtime_error("thrown by exp");
     const std::lock_guard lock(argumentsMutex);
     expArguments.push_back(x);
     return callNext("exp", x);
@@ -122,6 +127,16 @@ TEST(ExpCalls, LanesRise) {
     const std::map<std::pair<double, double>, int> expected = {
         {{0, -1}, 1}, {{-1, -9}, 2}, {{-9, 0}, 1}, {{0, 0}, 4}};  // west, both, east, the rest
     EXPECT_EQ(lanes, expected);
+}
+
+// A task cannot fail: what is thrown below a parallel body ends the process, before it
+// could reach the host.
+TEST(ExpCallsDeathTest, NothingPassesAParallelBody) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    FrameCall call(*findPipeline("diffusefilt2_minimal_exponential_float64_none"), 30);
+    expThrows = true;
+    EXPECT_DEATH(call.run(), "terminate called");
+    expThrows = false;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "diffusefilt_halide.h"
 #include "support/FrameCall.h"
 
 namespace {
@@ -83,6 +84,17 @@ TEST_P(Description, ArgumentVectorAnswersQueries) {
     EXPECT_EQ(direct.run(), 0);
     EXPECT_EQ(GetParam().argv(args), 0);
     for (int d = 0; d < 3; ++d) EXPECT_EQ(direct.inputDim[d], wrapped.inputDim[d]);
+}
+
+// The public header lists what the table has, in its order.
+TEST(Descriptions, HeaderListsTheTable) {
+    std::vector<std::string> listed;
+#define LIST(name) listed.push_back(#name);
+    DIFFUSEFILT_FOR_EACH_PIPELINE(LIST)
+#undef LIST
+    std::vector<std::string> table;
+    for (const Pipeline& pipeline : pipelines()) table.push_back(pipeline.name);
+    EXPECT_EQ(listed, table);
 }
 
 // Nothing is shared between two pipelines.

@@ -26,13 +26,7 @@ enum class SumOrder {
 constexpr SumOrder sumOrderOf(PipelineVariant variant, Path path) {
     const bool inlineExponential = variant.conduction == Conduction::exponential &&
                                    variant.elementType == ElementType::float32;
-    switch (variant.instructionSet) {
-        case InstructionSet::avx2:
-            return SumOrder::fusedChain;
-        case InstructionSet::avx:
-        case InstructionSet::none:
-            break;
-    }
+    if (variant.instructionSet == InstructionSet::avx2) return SumOrder::fusedChain;
     if (path == Path::inLine && inlineExponential) return SumOrder::inLineChain;
     return variant.instructionSet == InstructionSet::avx ? SumOrder::pairTree : SumOrder::northLast;
 }

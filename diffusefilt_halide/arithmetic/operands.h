@@ -16,9 +16,6 @@ struct Rows {
     const T* host;
     int64_t base[planes][3];
 
-    [[gnu::always_inline]] int64_t& at(int dz, int dy) noexcept {
-        return base[planes == 3 ? dz + 1 : 0][dy + 1];
-    }
     [[gnu::always_inline]] int64_t at(int dz, int dy) const noexcept {
         return base[planes == 3 ? dz + 1 : 0][dy + 1];
     }

@@ -8,15 +8,16 @@
 namespace diffusefilt {
 
 // What does not depend on the element. Made at the head of a group of loops, with one
-// true division in the element type for the reciprocal of the threshold.
+// true division in the element type for the reciprocal of the threshold. Only the 3-D
+// maximal stencil has corners; for the others their weight is 0.
 template <class Form>
 struct Scalars {
     typename Form::Element gradTInv;
     typename Form::Element corner;
 
     [[gnu::always_inline]] Scalars(typename Form::Element gradTIn,
-                                   typename Form::Element cornerWeight) noexcept
-        : gradTInv(1 / gradTIn), corner(cornerWeight) {}
+                                   typename Form::Element cornerWeightOfTask) noexcept
+        : gradTInv(1 / gradTIn), corner(cornerWeightOfTask) {}
 };
 
 // `read` maps an Offset to the operand at it, after the boundary rule.
@@ -24,25 +25,23 @@ template <class Form, class Reader>
 [[gnu::always_inline]] inline typename Form::Value stencil(const Reader& read,
                                                            const Scalars<Form>& scalars) noexcept {
     using V = typename Form::Value;
-    constexpr PipelineVariant variant = Form::variant;
+    using T = typename Form::Element;
+    constexpr bool is3D = Form::variant.dimensions == 3;
+    constexpr bool maximal = Form::variant.connectivity == Connectivity::maximal;
     const V c = read(centre);
     const Fluxes<Form, Reader> fluxes(read, c, scalars.gradTInv);
-    V sum;
-    if constexpr (variant.dimensions == 2) {
-        if constexpr (variant.connectivity == Connectivity::minimal) {
-            sum = sumOfMinimal2<Form>(fluxes);
-        } else {
-            sum = sumOfMaximal2<Form>(fluxes);
-        }
+    const auto stepped = [&](V sum, T rate) __attribute__((always_inline)) {
+        return multiplyAdd<Form::set>(sum, broadcast<V>(rate), c);
+    };
+    if constexpr (is3D && maximal) {
+        return stepped(sumOfMaximal3<Form>(fluxes, scalars.corner), rateOfMaximal3<T>);
+    } else if constexpr (is3D) {
+        return stepped(sumOfMinimal3<Form>(fluxes), rateOfMinimal3<T>);
+    } else if constexpr (maximal) {
+        return stepped(sumOfMaximal2<Form>(fluxes), rateOfMaximal2<T>);
     } else {
-        if constexpr (variant.connectivity == Connectivity::minimal) {
-            sum = sumOfMinimal3<Form>(fluxes);
-        } else {
-            sum = sumOfMaximal3<Form>(fluxes, scalars.corner);
-        }
+        return stepped(sumOfMinimal2<Form>(fluxes), rateOfMinimal2<T>);
     }
-    constexpr auto factor = rate<variant.dimensions, variant.connectivity, typename Form::Element>;
-    return multiplyAdd<Form::set>(sum, broadcast<V>(factor), c);
 }
 
 }  // namespace diffusefilt

@@ -1,6 +1,6 @@
 // The sums of the 3-D stencils. The order decides the last bits and belongs to the
-// instruction set; p(n) is the flux of neighbour n. FS, ES and CS are the sums of the
-// faces, edges and corners.
+// instruction set; p(n) is the flux of neighbour n. w and e are the weights of
+// the corners and of the edges.
 #pragma once
 
 #include "arithmetic/flux.h"
@@ -27,26 +27,27 @@ template <class Form, class P>
     using V = typename Form::Value;
     constexpr auto e = edgeWeight<typename Form::Element>;
     if constexpr (Form::order == SumOrder::northLast) {
-        const V FS = p.chain(F6, F4, F3, F2, F1);
-        const V ES = p.chain(E12, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1, E11);
-        const V CS = p.chain(C8, C6, C5, C4, C3, C2, C1, C7);
-        return ((FS + ES * e) + CS * w) + p(F5);
+        const V faces = p.chain(F6, F4, F3, F2, F1);
+        const V edges = p.chain(E12, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1, E11);
+        const V corners = p.chain(C8, C6, C5, C4, C3, C2, C1, C7);
+        return ((faces + edges * e) + corners * w) + p(F5);
     } else if constexpr (Form::order == SumOrder::pairTree) {
-        const V FS = (p(F1) + p(F2)) + ((p(F3) + p(F4)) + (p(F5) + p(F6)));
-        const V ES = p(E1) + ((p(E2) + (p(E3) + (p(E4) + p(E5)))) +
-                              ((p(E6) + (p(E7) + p(E8))) + ((p(E9) + p(E10)) + (p(E11) + p(E12)))));
-        const V CS = p(C1) + ((p(C2) + (p(C3) + p(C4))) + ((p(C5) + p(C6)) + (p(C7) + p(C8))));
-        return (FS + CS * w) + ES * e;
+        const V faces = (p(F1) + p(F2)) + ((p(F3) + p(F4)) + (p(F5) + p(F6)));
+        const V edges =
+            p(E1) + ((p(E2) + (p(E3) + (p(E4) + p(E5)))) +
+                     ((p(E6) + (p(E7) + p(E8))) + ((p(E9) + p(E10)) + (p(E11) + p(E12)))));
+        const V corners = p(C1) + ((p(C2) + (p(C3) + p(C4))) + ((p(C5) + p(C6)) + (p(C7) + p(C8))));
+        return (faces + corners * w) + edges * e;
     } else if constexpr (Form::order == SumOrder::fusedChain) {
-        const V FS = p.chain(F6, F5, F4, F3, F2, F1);
-        const V ES = p.chain(E12, E11, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1);
-        const V CS = p.chain(C8, C7, C6, C5, C4, C3, C2, C1);
-        return fused(CS, broadcast<V>(w), fused(ES, broadcast<V>(e), FS));
+        const V faces = p.chain(F6, F5, F4, F3, F2, F1);
+        const V edges = p.chain(E12, E11, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1);
+        const V corners = p.chain(C8, C7, C6, C5, C4, C3, C2, C1);
+        return fused(corners, broadcast<V>(w), fused(edges, broadcast<V>(e), faces));
     } else {
-        const V FS = p.chain(F5, F6, F4, F3, F2, F1);
-        const V ES = p.chain(E11, E12, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1);
-        const V CS = p.chain(C8, C7, C6, C5, C4, C3, C2, C1);
-        return (ES * e + FS) + CS * w;
+        const V faces = p.chain(F5, F6, F4, F3, F2, F1);
+        const V edges = p.chain(E11, E12, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1);
+        const V corners = p.chain(C8, C7, C6, C5, C4, C3, C2, C1);
+        return (edges * e + faces) + corners * w;
     }
 }
 

@@ -4,15 +4,14 @@
 #include <HalideRuntime.h>
 
 #include "PipelineVariant.h"
+#include "schedules/paths.h"
 
 namespace diffusefilt {
 
-using FilterPath = int (*)(halide_buffer_t* input, double gradTIn, halide_buffer_t* output);
-
 struct Pipeline {
     PipelineVariant variant;
-    FilterPath parallelPath;
-    FilterPath inLinePath;
+    PrepareLoop prepareLoop;
+    FilterInLine filterInLine;
 
     constexpr int dimensions() const { return variant.dimensions; }
 

@@ -34,8 +34,8 @@ bool answerBoundsQuery(const Pipeline& pipeline, const Regions& regions, halide_
     // Judged before anything is written: both records may be one.
     const bool outputIsQueried = isQueried(output);
     const bool inputIsQueried = isQueried(input);
-    if (outputIsQueried) writeShape(pipeline, regions.lo, regions.hi, output);
-    if (inputIsQueried) writeShape(pipeline, regions.a, regions.b, input);
+    if (outputIsQueried) writeShape(pipeline, regions.outputFirst, regions.outputLast, output);
+    if (inputIsQueried) writeShape(pipeline, regions.inputFirst, regions.inputLast, input);
     return outputIsQueried || inputIsQueried;
 }
 

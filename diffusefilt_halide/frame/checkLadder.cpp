@@ -99,10 +99,14 @@ Fault checkBuffers(const Pipeline& pipeline, const Regions& regions, const halid
                       outputNameOf(n),
                       n == 3 ? "Output buffer diffusefilt3" : "Output buffer diffusefilt2",
                       n == 3 ? "diffusefilt3.stride.0" : "diffusefilt2.stride.0",
-                      regions.lo,
-                      regions.hi};
-    const Checked in{input,     inputName, "Input buffer keyimForType", "keyimForType.stride.0",
-                     regions.a, regions.b};
+                      regions.outputFirst,
+                      regions.outputLast};
+    const Checked in{input,
+                     inputName,
+                     "Input buffer keyimForType",
+                     "keyimForType.stride.0",
+                     regions.inputFirst,
+                     regions.inputLast};
 
     if (const Fault fault = checkType(out, pipeline.elementType())) return fault;
     if (const Fault fault = checkType(in, pipeline.elementType())) return fault;

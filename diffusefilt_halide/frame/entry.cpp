@@ -12,9 +12,12 @@ int runPipeline(const Pipeline& pipeline, halide_buffer_t* input, double gradTIn
     const Regions regions = regionsOf(pipeline, *input, *output);
     if (answerBoundsQuery(pipeline, regions, *input, *output)) return 0;
     if (const Fault fault = checkBuffers(pipeline, regions, *input, *output)) return *fault;
-    const FilterPath path =
-        runsInParallel(pipeline, *input) ? pipeline.parallelPath : pipeline.inLinePath;
-    return path(input, gradTIn, output);
+    if (runsInParallel(pipeline, *input)) {
+        return filterInParallel(pipeline.prepareLoop, pipeline.dimensions(), input, gradTIn,
+                                output);
+    }
+    pipeline.filterInLine(input, gradTIn, output);
+    return 0;
 }
 
 }  // namespace diffusefilt

@@ -9,27 +9,26 @@
 #include "frame/entry.h"
 #include "frame/metadata.h"
 #include "frame/pipelineNames.h"
-#include "schedules/paths.h"
 
 #define PIPELINE(...) \
     DIFFUSEFILT_EXPORT(DIFFUSEFILT_NAME(__VA_ARGS__), DIFFUSEFILT_VARIANT(__VA_ARGS__))
 #define DIFFUSEFILT_EXPORT(...) DIFFUSEFILT_EXPORT_OF(__VA_ARGS__)
 
-#define DIFFUSEFILT_EXPORT_OF(P, variant)                                                        \
-    static constexpr diffusefilt::Pipeline P##_row{variant, &diffusefilt::parallelPath<variant>, \
-                                                   &diffusefilt::inLinePath<variant>};           \
-    static constinit const diffusefilt::Metadata P##_record{#P, P##_row};                        \
-                                                                                                 \
-    int P(halide_buffer_t* keyimForType, double gradTIn, halide_buffer_t* output) {              \
-        return diffusefilt::runPipeline(P##_row, keyimForType, gradTIn, output);                 \
-    }                                                                                            \
-    int P##_argv(void** args) {                                                                  \
-        const auto keyimForType = static_cast<halide_buffer_t*>(args[0]);                        \
-        const double gradTIn = *static_cast<const double*>(args[1]);                             \
-        return P(keyimForType, gradTIn, static_cast<halide_buffer_t*>(args[2]));                 \
-    }                                                                                            \
-    const halide_filter_metadata_t* P##_metadata() {                                             \
-        return &P##_record.record;                                                               \
+#define DIFFUSEFILT_EXPORT_OF(P, variant)                                                       \
+    static constexpr diffusefilt::Pipeline P##_row{variant, &diffusefilt::prepareLoop<variant>, \
+                                                   &diffusefilt::filterInLine<variant>};        \
+    static constinit const diffusefilt::Metadata P##_record{#P, P##_row};                       \
+                                                                                                \
+    int P(halide_buffer_t* keyimForType, double gradTIn, halide_buffer_t* output) {             \
+        return diffusefilt::runPipeline(P##_row, keyimForType, gradTIn, output);                \
+    }                                                                                           \
+    int P##_argv(void** args) {                                                                 \
+        const auto keyimForType = static_cast<halide_buffer_t*>(args[0]);                       \
+        const double gradTIn = *static_cast<const double*>(args[1]);                            \
+        return P(keyimForType, gradTIn, static_cast<halide_buffer_t*>(args[2]));                \
+    }                                                                                           \
+    const halide_filter_metadata_t* P##_metadata() {                                            \
+        return &P##_record.record;                                                              \
     }
 
 #include "frame/pipelines.def"

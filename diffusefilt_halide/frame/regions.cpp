@@ -14,15 +14,15 @@ Regions regionsOf(const Pipeline& pipeline, const halide_buffer_t& input,
     for (int d = 0; d < pipeline.dimensions(); ++d) {
         const halide_dimension_t& out = output.dim[d];
         const int32_t end = plus(out.min, out.extent);
-        regions.lo[d] = out.min;
-        regions.hi[d] = minus(end, 1);
+        regions.outputFirst[d] = out.min;
+        regions.outputLast[d] = minus(end, 1);
         if (d == 0 && runsInParallel(pipeline, input)) {
             // A row narrower than a vector is touched over one that ends where it ends.
-            regions.lo[0] = minus(end, larger(out.extent, pipeline.variant.lanes()));
+            regions.outputFirst[0] = minus(end, larger(out.extent, pipeline.variant.lanes()));
         }
         const int32_t extent = input.dim[d].extent;
-        regions.a[d] = clampCoord(minus(regions.lo[d], 1), extent);
-        regions.b[d] = clampCoord(plus(regions.hi[d], 1), extent);
+        regions.inputFirst[d] = clampCoord(minus(regions.outputFirst[d], 1), extent);
+        regions.inputLast[d] = clampCoord(plus(regions.outputLast[d], 1), extent);
     }
     return regions;
 }

@@ -6,12 +6,12 @@
 
 namespace diffusefilt {
 
-// Closed ranges of coordinates, for each dimension: output lo .. hi, input a .. b.
+// Closed ranges of coordinates, for each dimension.
 struct Regions {
-    int32_t lo[3];
-    int32_t hi[3];
-    int32_t a[3];
-    int32_t b[3];
+    int32_t outputFirst[3];
+    int32_t outputLast[3];
+    int32_t inputFirst[3];
+    int32_t inputLast[3];
 };
 
 // The parallel path stores whole vectors; it serves inputs wider than one.

@@ -2,8 +2,8 @@
 // One idea serves planes, rows and columns, in tasks and in line:
 //   minimal  begin .. innerBegin .. innerEnd .. end   with clamps: both, none, both
 //   maximal  begin .. upperBegin .. end               with clamps: lower, both
-// A dimension is cut only inside a part of the next outer one that is free of the upper
-// clamp; otherwise it is one part with all clamps. Parts may be empty.
+// A dimension is cut only inside a range of the next outer one that is free of the upper
+// clamp; otherwise it is one range with all clamps. Ranges may be empty.
 #pragma once
 
 #include "PipelineVariant.h"
@@ -12,18 +12,18 @@
 namespace diffusefilt {
 
 // A range of planes, rows, columns or vectors, and what its neighbours still need.
-struct Part {
+struct Range {
     int32_t begin;
     int32_t end;
     Clamp clamp;
 };
 
 struct Cut {
-    Part parts[3];
+    Range ranges[3];
     int count;
 
-    [[gnu::always_inline]] constexpr const Part* begin() const noexcept { return parts; }
-    [[gnu::always_inline]] constexpr const Part* end() const noexcept { return parts + count; }
+    [[gnu::always_inline]] constexpr const Range* begin() const noexcept { return ranges; }
+    [[gnu::always_inline]] constexpr const Range* end() const noexcept { return ranges + count; }
 };
 
 [[gnu::always_inline]] constexpr Cut uncut(int32_t begin, int32_t end) noexcept {
@@ -52,8 +52,8 @@ struct Cut {
     return smaller(larger(begin, 1), end);
 }
 
-// The lower bound is where the part before ends, so that no part has a negative length.
-[[gnu::always_inline]] constexpr int32_t innerEndOf(int32_t lowerBound, int32_t extent,
+// The lower bound is where the range before ends, so that no range has a negative length.
+[[gnu::always_inline]] constexpr int32_t upperEndOf(int32_t lowerBound, int32_t extent,
                                                     int32_t end) noexcept {
     return larger(lowerBound, smaller(minus(extent, 1), end));
 }
@@ -63,9 +63,9 @@ template <Connectivity connectivity>
                                                       int32_t extent) noexcept {
     if constexpr (connectivity == Connectivity::minimal) {
         const int32_t innerBegin = innerBeginOf(begin, end);
-        return cutOfMinimal(begin, innerBegin, innerEndOf(innerBegin, extent, end), end);
+        return cutOfMinimal(begin, innerBegin, upperEndOf(innerBegin, extent, end), end);
     } else {
-        return cutOfMaximal(begin, innerEndOf(begin, extent, end), end);
+        return cutOfMaximal(begin, upperEndOf(begin, extent, end), end);
     }
 }
 

@@ -12,7 +12,9 @@ namespace diffusefilt {
 template <int dimensions>
 [[gnu::always_inline]] inline int64_t offsetOfMins(const halide_dimension_t* dim) noexcept {
     int64_t offset = dim[0].min;
-    for (int d = 1; d < dimensions; ++d) offset += offsetOf(dim[d].min, dim[d].stride);
+    for (int d = 1; d < dimensions; ++d) {
+        offset = plus(offset, offsetOf(dim[d].min, dim[d].stride));
+    }
     return offset;
 }
 
@@ -57,9 +59,9 @@ template <Connectivity connectivity, class Record>
     const int32_t end = plus(output.min, output.extent);
     if constexpr (connectivity == Connectivity::minimal) {
         record.interiorRowBegin = innerBeginOf(output.min, end);
-        record.interiorRowEnd = innerEndOf(record.interiorRowBegin, input.extent, end);
+        record.interiorRowEnd = upperEndOf(record.interiorRowBegin, input.extent, end);
     } else {
-        record.unclampedRowEnd = innerEndOf(output.min, input.extent, end);
+        record.unclampedRowEnd = upperEndOf(output.min, input.extent, end);
     }
 }
 
@@ -77,9 +79,9 @@ template <Connectivity connectivity, class T>
     const int32_t end = plus(output[2].min, output[2].extent);
     if constexpr (connectivity == Connectivity::minimal) {
         record.interiorPlaneBegin = innerBeginOf(output[2].min, end);
-        record.interiorPlaneEnd = innerEndOf(record.interiorPlaneBegin, input[2].extent, end);
+        record.interiorPlaneEnd = upperEndOf(record.interiorPlaneBegin, input[2].extent, end);
     } else {
-        record.unclampedPlaneEnd = innerEndOf(output[2].min, input[2].extent, end);
+        record.unclampedPlaneEnd = upperEndOf(output[2].min, input[2].extent, end);
         if constexpr (sizeof(T) == sizeof(double)) record.sqrtThree = sqrtThree;
     }
 }

@@ -3,9 +3,9 @@
 // output is written once, in plain order; bands leave out the clamps that cannot act.
 #pragma once
 
-#include "arithmetic/operands.h"
 #include "arithmetic/stencil.h"
 #include "schedules/fillClosure.h"
+#include "schedules/rowTerms.h"
 
 namespace diffusefilt {
 
@@ -14,93 +14,96 @@ class InLine {
 public:
     using F = Form<variant, Path::inLine>;
     using T = typename F::Element;
-    static constexpr int planes = variant.dimensions == 3 ? 3 : 1;
-    static constexpr Connectivity connectivity = variant.connectivity;
+    static constexpr int dimensions = variant.dimensions;
+    static constexpr int planes = dimensions == 3 ? 3 : 1;
 
-    // The outermost dimension is cut; the form that stands for "free of the upper clamp".
+    // The clamp of a range in which the next inner dimension is cut.
     static constexpr Clamp inner =
-        connectivity == Connectivity::minimal ? Clamp::none : Clamp::lower;
+        variant.connectivity == Connectivity::minimal ? Clamp::none : Clamp::lower;
 
     [[gnu::always_inline]] InLine(const halide_buffer_t* input, T gradTIn,
                                   const halide_buffer_t* output) noexcept
-        : in_(input->dim),
-          out_(output->dim),
-          gradTIn_(gradTIn),
-          inputZero_(reinterpret_cast<const T*>(input->host) -
-                     offsetOfMins<variant.dimensions>(in_)),
-          outputZero_(reinterpret_cast<T*>(output->host) - offsetOfMins<variant.dimensions>(out_)) {
+        : input_(reinterpret_cast<const T*>(input->host)),
+          output_(reinterpret_cast<T*>(output->host)),
+          inputOffset_(offsetOfMins<dimensions>(input->dim)),
+          outputOffset_(offsetOfMins<dimensions>(output->dim)),
+          scalars_(gradTIn, dimensions == 2              ? T(0)
+                            : sizeof(T) == sizeof(float) ? T(cornerWeight)
+                                                         : T(cornerWeightFrom(sqrtThree))) {
+        for (int d = 0; d < dimensions; ++d) {
+            const halide_dimension_t& out = output->dim[d];
+            const int32_t end = plus(out.min, out.extent);
+            extent_[d] = input->dim[d].extent;
+            inputStride_[d] = input->dim[d].stride;
+            outputStride_[d] = out.stride;
+            whole_[d] = uncut(out.min, end);
+            bands_[d] = cutOfCoordinates<variant.connectivity>(out.min, end, extent_[d]);
+        }
     }
 
     [[gnu::always_inline]] void run() const noexcept {
-        if constexpr (variant.dimensions == 3) {
-            for (const Part& band : bands(2, inner)) {
+        if constexpr (dimensions == 3) {
+            for (const Range& band : bands_[2]) {
                 for (int32_t z = band.begin; z < band.end; ++z) plane(z, band.clamp);
             }
         } else {
-            const int64_t planeTerm = 0;
-            rowBands(&planeTerm, outputZero_, inner);
+            rowBands(PlaneTerms<1>{{negated(inputOffset_)}}, negated(outputOffset_), inner);
         }
     }
 
 private:
-    [[gnu::always_inline]] Cut bands(int d, Clamp outer) const noexcept {
-        const int32_t begin = out_[d].min;
-        const int32_t end = plus(begin, out_[d].extent);
-        if (outer == Clamp::both) return uncut(begin, end);
-        return cutOfCoordinates<connectivity>(begin, end, in_[d].extent);
+    [[gnu::always_inline]] const Cut& bands(int d, Clamp outer) const noexcept {
+        return outer == inner ? bands_[d] : whole_[d];
     }
 
     [[gnu::always_inline]] void plane(int32_t z, Clamp clamp) const noexcept {
-        int64_t planeTerms[3];
-        for (int dz = -1; dz <= 1; ++dz) {
-            const int32_t inputPlane = neighbourCoord(clamp, z, dz, in_[2].extent);
-            planeTerms[dz + 1] = offsetOf(inputPlane, in_[2].stride);
-        }
-        rowBands(planeTerms, outputZero_ + offsetOf(z, out_[2].stride), clamp);
+        rowBands(
+            PlaneTerms<3>::around(clamp, z, extent_[2], inputStride_[2], negated(inputOffset_)),
+            minus(offsetOf(z, outputStride_[2]), outputOffset_), clamp);
     }
 
-    [[gnu::always_inline]] void rowBands(const int64_t* planeTerms, T* outPlane,
+    [[gnu::always_inline]] void rowBands(const PlaneTerms<planes>& planeTerms, int64_t outPlane,
                                          Clamp planeClamp) const noexcept {
-        for (const Part& band : bands(1, planeClamp)) {
-            const Scalars<F> scalars(gradTIn_, cornerWeight<T>(sqrtThree));
+        for (const Range& band : bands(1, planeClamp)) {
             for (int32_t y = band.begin; y < band.end; ++y) {
-                row(planeTerms, outPlane + offsetOf(y, out_[1].stride), y, band.clamp, scalars);
+                const auto rows =
+                    rowsAround(input_, planeTerms, band.clamp, y, extent_[1], inputStride_[1]);
+                T* const outRow = output_ + plus(offsetOf(y, outputStride_[1]), outPlane);
+                row(rows, outRow, band.clamp);
             }
         }
     }
 
-    [[gnu::always_inline]] void row(const int64_t* planeTerms, T* outRow, int32_t y, Clamp clamp,
-                                    const Scalars<F>& scalars) const noexcept {
-        Rows<T, planes> rows;
-        rows.host = inputZero_;
-        for (int dy = -1; dy <= 1; ++dy) {
-            const int32_t inputRow = neighbourCoord(clamp, y, dy, in_[1].extent);
-            const int64_t rowTerm = offsetOf(inputRow, in_[1].stride);
-            for (int p = 0; p < planes; ++p) rows.base[p][dy + 1] = rowTerm + planeTerms[p];
-        }
-        for (const Part& part : bands(0, clamp)) {
-            if (part.clamp == inner) {
-                elements<inner>(part, rows, outRow, scalars);
+    [[gnu::always_inline]] void row(const Rows<T, planes>& rows, T* outRow,
+                                    Clamp clamp) const noexcept {
+        for (const Range& run : bands(0, clamp)) {
+            if (run.clamp == inner) {
+                elements<inner>(run, rows, outRow);
             } else {
-                elements<Clamp::both>(part, rows, outRow, scalars);
+                elements<Clamp::both>(run, rows, outRow);
             }
         }
     }
 
     template <Clamp clamp>
-    [[gnu::noinline]] void elements(Part part, const Rows<T, planes>& rows, T* outRow,
-                                    const Scalars<F>& scalars) const noexcept {
-        for (int32_t x = part.begin; x < part.end; ++x) {
-            const ElementOperands<T, planes, clamp> read{rows, x, in_[0].extent};
-            reinterpret_cast<Unaligned<T>*>(outRow + x)->value = stencil<F>(read, scalars);
+    [[gnu::noinline]] void elements(Range run, const Rows<T, planes>& rows,
+                                    T* outRow) const noexcept {
+        for (int32_t x = run.begin; x < run.end; ++x) {
+            const ElementOperands<T, planes, clamp> read{rows, x, extent_[0]};
+            reinterpret_cast<Unaligned<T>*>(outRow + x)->value = stencil<F>(read, scalars_);
         }
     }
 
-    const halide_dimension_t* in_;
-    const halide_dimension_t* out_;
-    T gradTIn_;
-    const T* inputZero_;  // the element at the coordinates (0, 0, 0), inside or not
-    T* outputZero_;
+    const T* input_;
+    T* output_;
+    int64_t inputOffset_;
+    int64_t outputOffset_;
+    Scalars<F> scalars_;
+    int32_t extent_[dimensions];
+    int32_t inputStride_[dimensions];
+    int32_t outputStride_[dimensions];
+    Cut whole_[dimensions];
+    Cut bands_[dimensions];
 };
 
 }  // namespace diffusefilt

@@ -1,36 +1,18 @@
-// The paths of one row of the table, pasted in the file of its instruction set: the
-// parallel body, a local function under its own name, and the specialisations that the
-// frame calls. Those are strong symbols whose mangled names carry the instruction set, so
-// that the linker can never take one set's code for another's.
+// What one row of the table becomes in the file of its instruction set: the parallel body,
+// a local function under its own name, and the two functions that the frame calls. Those
+// are strong symbols whose mangled names carry the instruction set, so that the linker can
+// never take one set's code for another's.
 #pragma once
+
+#if defined(__FAST_MATH__) || defined(__ASSOCIATIVE_MATH__) || defined(__RECIPROCAL_MATH__) || \
+    defined(__NO_SIGNED_ZEROS__) || __FINITE_MATH_ONLY__
+#error "results are defined to the last bit: no flag of the fast-math family"
+#endif
 
 #include "frame/pipelineNames.h"
 #include "schedules/inLine.h"
 #include "schedules/paths.h"
 #include "schedules/tasks.h"
-
-namespace diffusefilt {
-
-// The loop runs over the output's last dimension.
-template <PipelineVariant variant>
-[[gnu::always_inline]] inline int runParallel(halide_buffer_t* input, double gradTIn,
-                                              halide_buffer_t* output, halide_task_t body) {
-    Closure<variant> record;
-    fillClosure<variant>(record, input, gradTIn, output);
-    const halide_dimension_t& loop = output->dim[variant.dimensions - 1];
-    return halide_do_par_for(nullptr, body, loop.min, loop.extent,
-                             reinterpret_cast<uint8_t*>(&record));
-}
-
-template <PipelineVariant variant>
-[[gnu::always_inline]] inline int runInLine(const halide_buffer_t* input, double gradTIn,
-                                            const halide_buffer_t* output) noexcept {
-    using T = typename InLine<variant>::T;
-    InLine<variant>(input, static_cast<T>(gradTIn), output).run();
-    return 0;
-}
-
-}  // namespace diffusefilt
 
 #define DIFFUSEFILT_LOOP_2 "diffusefilt2.s0.y"
 #define DIFFUSEFILT_LOOP_3 "diffusefilt3.s0.z"
@@ -41,19 +23,24 @@ template <PipelineVariant variant>
                                DIFFUSEFILT_LOOP_##dimensions)
 #define DIFFUSEFILT_EXPANDED_PATHS(...) DIFFUSEFILT_PATHS_OF(__VA_ARGS__)
 
-#define DIFFUSEFILT_PATHS_OF(name, variant, loop)                                         \
-    static int body_##name(void*, int index,                                              \
-                           uint8_t* closure) noexcept __asm__("par_for_" #name "_" loop); \
-    static int body_##name(void*, int index, uint8_t* closure) noexcept {                 \
-        return diffusefilt::runTask<variant>(index, closure);                             \
-    }                                                                                     \
-    template <>                                                                           \
-    int diffusefilt::parallelPath<variant>(halide_buffer_t * input, double gradTIn,       \
-                                           halide_buffer_t* output) {                     \
-        return diffusefilt::runParallel<variant>(input, gradTIn, output, &body_##name);   \
-    }                                                                                     \
-    template <>                                                                           \
-    int diffusefilt::inLinePath<variant>(halide_buffer_t * input, double gradTIn,         \
-                                         halide_buffer_t* output) {                       \
-        return diffusefilt::runInLine<variant>(input, gradTIn, output);                   \
+#define DIFFUSEFILT_PATHS_OF(name, variant, loop)                                              \
+    static int body_##name(void*, int index,                                                   \
+                           uint8_t* closure) noexcept __asm__("par_for_" #name "_" loop);      \
+    static int body_##name(void*, int index, uint8_t* closure) noexcept {                      \
+        return diffusefilt::runTask<variant>(index, closure);                                  \
+    }                                                                                          \
+    template <>                                                                                \
+    halide_task_t diffusefilt::prepareLoop<variant>(uint8_t * record, halide_buffer_t * input, \
+                                                    double gradTIn,                            \
+                                                    halide_buffer_t* output) noexcept {        \
+        static_assert(sizeof(Closure<variant>) <= closureCapacity);                            \
+        fillClosure<variant>(*reinterpret_cast<Closure<variant>*>(record), input, gradTIn,     \
+                             output);                                                          \
+        return &body_##name;                                                                   \
+    }                                                                                          \
+    template <>                                                                                \
+    void diffusefilt::filterInLine<variant>(const halide_buffer_t* input, double gradTIn,      \
+                                            const halide_buffer_t* output) noexcept {          \
+        using T = typename ClosureOf<variant>::Element;                                        \
+        InLine<variant>(input, static_cast<T>(gradTIn), output).run();                         \
     }

@@ -22,37 +22,37 @@ struct RowRun {
     T* outRow;  // the output element at column 0
 
     [[gnu::always_inline]] void run(Clamp rowClamp) const noexcept {
-        for (const Part& part : vectorCut(record, rowClamp, F::lanes)) {
-            if (part.clamp == Clamp::none) {
-                innerVectors(part);
+        for (const Range& range : vectorCut(record, rowClamp, F::lanes)) {
+            if (range.clamp == Clamp::none) {
+                innerVectors(range);
             } else {
-                edgeVectors(part);
+                edgeVectors(range);
             }
         }
     }
 
     // The loops run on a copy of their row: what they read of it then stays in registers,
     // for no store of theirs can be taken to change it.
-    [[gnu::always_inline]] void innerVectors(Part part) const noexcept {
+    [[gnu::always_inline]] void innerVectors(Range range) const noexcept {
         const RowRun row = *this;
         const int32_t first = record.outMin0;
-        for (int32_t v = part.begin; v < part.end; ++v) {
+        for (int32_t v = range.begin; v < range.end; ++v) {
             row.wholeVector(plus(first, times(v, F::lanes)));
         }
     }
 
     // Only the vectors that a clamp acts on pay for it.
-    [[gnu::always_inline]] void edgeVectors(Part part) const noexcept {
+    [[gnu::always_inline]] void edgeVectors(Range range) const noexcept {
         const RowRun row = *this;
         const int32_t first = record.outMin0;
         const int32_t last = record.lastVectorX;
         const int32_t lastWhole = minus(record.inputMax0, F::lanes);
-        for (int32_t v = part.begin; v < part.end; ++v) {
+        for (int32_t v = range.begin; v < range.end; ++v) {
             const int32_t x = smaller(plus(first, times(v, F::lanes)), last);
             if (x >= 1 && x <= lastWhole) {
                 row.wholeVector(x);
             } else {
-                clampedVector(part.clamp, x);
+                clampedVector(range.clamp, x);
             }
         }
     }

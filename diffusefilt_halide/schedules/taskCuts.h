@@ -59,7 +59,9 @@ template <template <Connectivity, class> class Record, Connectivity connectivity
                                                Clamp rowClamp, int lanes) noexcept {
     if (rowClamp == Clamp::both) return uncut(0, record.vectorCount);
     if constexpr (connectivity == Connectivity::minimal) {
-        return cutOfMinimal(0, record.leftVectorCount, record.interiorVectorEnd,
+        // The counts of a row that ends at the highest coordinate wrap; no vector stands
+        // before the row's start all the same.
+        return cutOfMinimal(0, larger(record.leftVectorCount, 0), record.interiorVectorEnd,
                             record.vectorCount);
     } else {
         const int32_t span = record.unclampedSpan;

@@ -1,78 +1,17 @@
 // The program as a user meets it: real runs on real files in a folder of their own.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "DiffuseFolder.h"
+
 namespace {
-
-namespace fs = std::filesystem;
-
-std::string slurp(const fs::path& file) {
-    std::ostringstream text;
-    text << std::ifstream(file, std::ios::binary).rdbuf();
-    return text.str();
-}
-
-class Diffuse : public testing::Test {
-protected:
-    void SetUp() override {
-        std::string name = (fs::temp_directory_path() / "diffuse-test-XXXXXX").string();
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        folder = name;
-        write("step.nrrd", "double", "4 3", "0 0 0 0  0 0 1 0  0 0 0 0");
-        write("bytes.nrrd", "uint8", "3 2", "10 20 30  40 50 255");
-        write("volume.nrrd", "int16", "3 2 2", "0 1 2  3 4 5  6 7 8  9 10 11");
-    }
-    void TearDown() override { fs::remove_all(folder); }
-
-    void write(const std::string& name, const std::string& type, const std::string& sizes,
-               const std::string& values) const {
-        std::istringstream words(sizes);
-        const auto dimensions = std::distance(std::istream_iterator<int>(words), {});
-        std::ofstream(folder / name) << "NRRD0004\ntype: " << type << "\ndimension: " << dimensions
-                                     << "\nsizes: " << sizes << "\nencoding: ascii\n\n"
-                                     << values << "\n";
-    }
-
-    // Runs the program in the folder; what it printed stands in `printed` and `complaint`.
-    int run(const std::string& arguments) {
-        const std::string command = "cd " + folder.string() + " && " DIFFUSE_PROGRAM " " +
-                                    arguments + " >stdout.log 2>stderr.log";
-        const int status = std::system(command.c_str());
-        printed = slurp(folder / "stdout.log");
-        complaint = slurp(folder / "stderr.log");
-        fs::remove(folder / "stdout.log");
-        fs::remove(folder / "stderr.log");
-        return WEXITSTATUS(status);
-    }
-
-    // The samples of an NRRD file that the program wrote.
-    template <typename Sample>
-    std::vector<Sample> samples(const std::string& name) const {
-        const std::string text = slurp(folder / name);
-        const std::size_t start = text.find("\n\n") + 2;
-        std::vector<Sample> values((text.size() - start) / sizeof(Sample));
-        std::memcpy(values.data(), text.data() + start, values.size() * sizeof(Sample));
-        return values;
-    }
-
-    std::size_t files() const { return std::distance(fs::directory_iterator(folder), {}); }
-
-    fs::path folder;
-    std::string printed, complaint;
-};
 
 // A step on a small grid, as the textbook has it.
 std::vector<double> plainStep(const std::vector<double>& c, int width, int height, double k) {
@@ -92,7 +31,7 @@ std::vector<double> plainStep(const std::vector<double>& c, int width, int heigh
     return next;
 }
 
-TEST_F(Diffuse, TakesTheStepsThatWereAskedFor) {
+TEST_F(DiffuseFolder, TakesTheStepsThatWereAskedFor) {
     std::vector<double> expected = {0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0};
     for (int steps = 0; steps <= 3; ++steps) {
         ASSERT_EQ(run("step.nrrd -k 1 -o out.nrrd -n " + std::to_string(steps)), 0) << complaint;
@@ -108,7 +47,7 @@ TEST_F(Diffuse, TakesTheStepsThatWereAskedFor) {
     }
 }
 
-TEST_F(Diffuse, ChoosesThePipelineByItsOptions) {
+TEST_F(DiffuseFolder, ChoosesThePipelineByItsOptions) {
     const auto north = [&](const std::string& options, std::size_t at) {
         EXPECT_EQ(run("step.nrrd -k 1 -n 1 -o out.nrrd " + options), 0) << complaint;
         return samples<double>("out.nrrd")[at];
@@ -121,7 +60,7 @@ TEST_F(Diffuse, ChoosesThePipelineByItsOptions) {
     EXPECT_EQ(run("step.nrrd -k 1 -o out.nrrd --type float16"), 2);
 }
 
-TEST_F(Diffuse, RoundsAndSaturatesToTheTypeOfTheInput) {
+TEST_F(DiffuseFolder, RoundsAndSaturatesToTheTypeOfTheInput) {
     ASSERT_EQ(run("bytes.nrrd -k 1000 -n 1 -o out.nrrd"), 0) << complaint;
     const auto expected = plainStep({10, 20, 30, 40, 50, 255}, 3, 2, 1000);
     const auto values = samples<unsigned char>("out.nrrd");
@@ -135,7 +74,7 @@ TEST_F(Diffuse, RoundsAndSaturatesToTheTypeOfTheInput) {
     }
 }
 
-TEST_F(Diffuse, CutsSlicesOnEveryAxis) {
+TEST_F(DiffuseFolder, CutsSlicesOnEveryAxis) {
     const std::vector<std::pair<std::string, std::vector<short>>> slices = {
         {"x:2", {2, 5, 8, 11}}, {"y:0", {0, 1, 2, 6, 7, 8}}, {"z:1", {6, 7, 8, 9, 10, 11}}};
     for (const auto& [slice, expected] : slices) {
@@ -144,7 +83,7 @@ TEST_F(Diffuse, CutsSlicesOnEveryAxis) {
     }
 }
 
-TEST_F(Diffuse, NoiseIsGaussianRepeatableAndMeasured) {
+TEST_F(DiffuseFolder, NoiseIsGaussianRepeatableAndMeasured) {
     std::string zeros;
     for (int i = 0; i < 100 * 101; ++i) zeros += "0 ";
     write("flat.nrrd", "double", "101 100", zeros);
@@ -172,7 +111,7 @@ TEST_F(Diffuse, NoiseIsGaussianRepeatableAndMeasured) {
     EXPECT_EQ(printed, line);
 }
 
-TEST_F(Diffuse, ReadsBackEveryFormatThatItWrites) {
+TEST_F(DiffuseFolder, ReadsBackEveryFormatThatItWrites) {
     for (const std::string name :
          {"a.png", "a.tif", "a.bmp", "a.nii", "a.nii.gz", "a.nrrd", "a.mha", "a.mhd", "a.dcm"}) {
         ASSERT_EQ(run("bytes.nrrd -k 1 -n 0 -o " + name), 0) << complaint;
@@ -184,7 +123,7 @@ TEST_F(Diffuse, ReadsBackEveryFormatThatItWrites) {
     }
 }
 
-TEST_F(Diffuse, RefusesFilesThatEndTooEarly) {
+TEST_F(DiffuseFolder, RefusesFilesThatEndTooEarly) {
     std::string zeros;
     for (int i = 0; i < 60 * 61; ++i) zeros += "0 ";
     write("flat.nrrd", "uint8", "61 60", zeros);
@@ -201,7 +140,7 @@ TEST_F(Diffuse, RefusesFilesThatEndTooEarly) {
     }
 }
 
-TEST_F(Diffuse, MontageShowsThePanelsSideBySide) {
+TEST_F(DiffuseFolder, MontageShowsThePanelsSideBySide) {
     ASSERT_EQ(run("bytes.nrrd -k 1e-9 -n 1 --montage sheet.nrrd"), 0) << complaint;
     // 10 to 255 is stretched to 0 to 255; a threshold this small changes nothing.
     const std::vector<unsigned char> expected = {0,  10, 21,  255, 255, 255, 255, 0,  10, 21,
@@ -209,8 +148,9 @@ TEST_F(Diffuse, MontageShowsThePanelsSideBySide) {
     EXPECT_EQ(samples<unsigned char>("sheet.nrrd"), expected);
 }
 
-TEST_F(Diffuse, RefusesBadInputInOneLineAndWritesNothing) {
+TEST_F(DiffuseFolder, RefusesBadInputInOneLineAndWritesNothing) {
     write("line.nrrd", "double", "4", "1 2 3 4");
+    write("four.nrrd", "double", "2 1 1 2", "1 2 3 4");
     std::ofstream(folder / "colour.nrrd")
         << "NRRD0004\ntype: uint8\ndimension: 3\nsizes: 3 1 2\nkinds: RGB-color domain domain\n"
            "encoding: ascii\n\n1 1 1 2 3 4\n";
@@ -230,7 +170,9 @@ TEST_F(Diffuse, RefusesBadInputInOneLineAndWritesNothing) {
         {". -k 1 -o out.nrrd", 1, "folder"},
         {"line.nrrd -k 1 -o out.nrrd", 1, "1 dimensions"},
         {"colour.nrrd -k 1 -o out.nrrd", 1, "in colour"},
-        {"volume.nrrd -k 1 -o out.nrrd", 1, "--slice"},
+        {"four.nrrd -k 1 -o out.nrrd", 1, "4 dimensions"},
+        {"volume.nrrd -k 1 -o out.png", 1, "no volumes"},
+        {"volume.nrrd -k 1 -o out.dcm", 1, "left-handed"},
         {"volume.nrrd -k 1 -o out.nrrd --slice z:2", 1, "slices 0 to 1"},
         {"step.nrrd -k 1 -o out.nrrd --slice z:0", 1, "3 dimensions"},
         {"step.nrrd -k 1 -o out.unknown", 1, "out.unknown"},
@@ -248,6 +190,7 @@ TEST_F(Diffuse, RefusesBadInputInOneLineAndWritesNothing) {
         {"step.nrrd -k ten -o out.nrrd", 2, "--threshold"},
         {"step.nrrd -o out.nrrd", 2, "--threshold"},
         {"step.nrrd -k 1 -o out.nrrd --add-noise -3", 2, "--add-noise"},
+        {"step.nrrd -k 1 -o out.nrrd --instruction-set sse", 2, "--instruction-set"},
         {"step.nrrd -k 1", 2, "nothing to do"},
         {"-k 1 -o out.nrrd", 2, "input"},
         {"step.nrrd -k 1 -o out.nrrd --unknown", 2, "--unknown"},

@@ -1,4 +1,4 @@
-// diffuse: filters a picture with the library, from file to file.
+// diffuse: filters a picture or a volume with the library, from file to file.
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -10,6 +10,8 @@
 #include "noise.h"
 #include "options.h"
 #include "pictureFile.h"
+#include "pipelineTable.h"
+#include "processor.h"
 
 namespace diffuse {
 
@@ -18,20 +20,21 @@ namespace {
 Picture readInput(const Options& options) {
     Picture picture = readPicture(options.input);
     if (options.slice) return takeSlice(picture, *options.slice);
-    if (picture.dimensions() != 2) {
+    if (picture.dimensions() != 2 && picture.dimensions() != 3) {
         throw std::runtime_error(options.input.string() + " has " +
                                  std::to_string(picture.dimensions()) +
-                                 " dimensions, 2 are needed: choose one slice of a volume with "
-                                 "--slice AXIS:INDEX");
+                                 " dimensions, 2 or 3 are needed");
     }
     return picture;
 }
 
 void run(const Options& options) {
-    if (!options.output.empty()) requireWritableFormat(options.output);
-    if (!options.montage.empty()) requireWritableFormat(options.montage);
+    PipelineChoice choice = options.pipeline;
+    choice.instructionSet = chooseInstructionSet(choice.instructionSet);
     const Picture clean = readInput(options);
-    const Pipeline& pipeline = findPipeline(clean.dimensions(), options.pipeline);
+    if (!options.output.empty()) requireWritableFormat(options.output, clean.dimensions());
+    if (!options.montage.empty()) requireWritableFormat(options.montage, 2);
+    const Pipeline& pipeline = findPipeline(clean.dimensions(), choice);
 
     Picture noisy = clean;
     const bool hasNoise = options.noiseSigma > 0;

@@ -8,42 +8,105 @@ namespace diffuse {
 namespace {
 
 constexpr int gap = 4;  // pixels between two panels
+constexpr int superior = 2;
 
-// Which way an axis runs through the space left, posterior, superior: the component that is
-// largest in size, with superior counted downwards, as rows of a picture are.
-bool runsBackwards(const Axis& axis) {
-    if (axis.direction.size() != 3) return false;
+using Row = std::vector<Picture>;
+
+// The way of an axis through the body: along left, posterior or superior (0, 1, 2), whichever
+// component is the largest in size, and whether it runs against the way that pictures do. Their
+// rows run downwards, so that superior is against it.
+struct Heading {
+    int component = 0;
+    bool backwards = false;
+};
+
+Heading headingOf(const Axis& axis) {
+    if (axis.direction.size() != 3) return {};
     const auto& d = axis.direction;
     const auto largest = std::max_element(
         d.begin(), d.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
-    const bool superior = largest == d.end() - 1;
-    return superior ? *largest > 0 : *largest < 0;
+    const int component = static_cast<int>(largest - d.begin());
+    return {component, component == superior ? *largest > 0 : *largest < 0};
+}
+
+Picture upright(const Picture& slice) {
+    const Heading headings[] = {headingOf(slice.axes[0]), headingOf(slice.axes[1])};
+    const std::size_t strides[] = {1, static_cast<std::size_t>(slice.axes[0].extent)};
+    const int across = headings[0].component > headings[1].component ? 1 : 0;
+    const int down = 1 - across;
+    Picture turned{{slice.axes[across], slice.axes[down]}, slice.sampleType, {}};
+    turned.values.reserve(slice.values.size());
+    const auto offset = [&](int axis, int i) {
+        return (headings[axis].backwards ? slice.axes[axis].extent - 1 - i : i) * strides[axis];
+    };
+    for (int j = 0; j < turned.axes[1].extent; ++j) {
+        for (int i = 0; i < turned.axes[0].extent; ++i) {
+            turned.values.push_back(slice.values[offset(across, i) + offset(down, j)]);
+        }
+    }
+    return turned;
+}
+
+Row centralSlices(const Picture& volume) {
+    std::vector<int> axes = {2, 1, 0};
+    std::stable_sort(axes.begin(), axes.end(), [&](int a, int b) {
+        return headingOf(volume.axes[a]).component > headingOf(volume.axes[b]).component;
+    });
+    Row row;
+    for (const int axis : axes) {
+        row.push_back(upright(takeSlice(volume, {axis, volume.axes[axis].extent / 2})));
+    }
+    return row;
+}
+
+std::vector<Row> arrange(const std::vector<const Picture*>& pictures) {
+    std::vector<Row> rows;
+    for (const Picture* picture : pictures) {
+        if (picture->dimensions() == 3) {
+            rows.push_back(centralSlices(*picture));
+        } else {
+            rows.resize(1);
+            rows.front().push_back(upright(*picture));
+        }
+    }
+    return rows;
+}
+
+// The panel, in the sheet's greys, with its first sample at the given column and row.
+void paste(const Picture& panel, int left, int top, double lowest, double scale, Picture& sheet) {
+    const int panelWidth = panel.axes[0].extent;
+    for (std::size_t i = 0; i < panel.values.size(); ++i) {
+        const std::size_t column = left + i % panelWidth;
+        const std::size_t row = top + i / panelWidth;
+        sheet.values[row * sheet.axes[0].extent + column] = (panel.values[i] - lowest) * scale;
+    }
 }
 
 }  // namespace
 
-Picture montage(const std::vector<const Picture*>& panels) {
-    const Picture& first = *panels.front();
-    const int width = first.axes[0].extent;
-    const int height = first.axes[1].extent;
-    const bool mirrored = runsBackwards(first.axes[0]);
-    const bool flipped = runsBackwards(first.axes[1]);
-    const auto [lowest, highest] = std::minmax_element(first.values.begin(), first.values.end());
+Picture montage(const std::vector<const Picture*>& pictures) {
+    const std::vector<Row> rows = arrange(pictures);
+    const std::vector<double>& range = pictures.front()->values;
+    const auto [lowest, highest] = std::minmax_element(range.begin(), range.end());
     const double scale = *highest > *lowest ? 255 / (*highest - *lowest) : 1;
 
-    const int fullWidth = static_cast<int>(panels.size()) * (width + gap) - gap;
-    Picture sheet{{{fullWidth}, {height}}, SampleType::uint8, {}};
-    sheet.values.assign(static_cast<std::size_t>(fullWidth) * height, 255);
-    for (std::size_t p = 0; p < panels.size(); ++p) {
-        for (int j = 0; j < height; ++j) {
-            const int y = flipped ? height - 1 - j : j;
-            for (int i = 0; i < width; ++i) {
-                const int x = mirrored ? width - 1 - i : i;
-                const double value = panels[p]->values[static_cast<std::size_t>(y) * width + x];
-                sheet.values[static_cast<std::size_t>(j) * fullWidth + p * (width + gap) + i] =
-                    (value - *lowest) * scale;
-            }
+    int width = -gap;
+    int rowHeight = 0;
+    for (const Picture& panel : rows.front()) {
+        width += panel.axes[0].extent + gap;
+        rowHeight = std::max(rowHeight, panel.axes[1].extent);
+    }
+    const int height = static_cast<int>(rows.size()) * (rowHeight + gap) - gap;
+    Picture sheet{{{width}, {height}}, SampleType::uint8, {}};
+    sheet.values.assign(static_cast<std::size_t>(width) * height, 255);
+    int top = 0;
+    for (const Row& row : rows) {
+        int left = 0;
+        for (const Picture& panel : row) {
+            paste(panel, left, top, *lowest, scale, sheet);
+            left += panel.axes[0].extent + gap;
         }
+        top += rowHeight + gap;
     }
     return sheet;
 }

@@ -1,4 +1,4 @@
-// Pictures side by side, to be looked at.
+// Pictures beside each other, to be looked at.
 #pragma once
 
 #include <vector>
@@ -7,10 +7,12 @@
 
 namespace diffuse {
 
-// One 8-bit picture of all `panels`, left to right, with white gaps between them. All are scaled
-// alike: the range of the first becomes 0 to 255. Slices of a head stand upright, as radiologists
-// show them: anterior or superior up, the patient's right side or front at the left.
-// The panels are 2-D and of equal shape.
-Picture montage(const std::vector<const Picture*>& panels);
+// One 8-bit picture of all `pictures`, with white gaps between the panels and one pixel for each
+// sample. All are scaled alike: the range of the first becomes 0 to 255. Pictures stand in one row;
+// each volume takes a row of its own: its central axial, coronal and sagittal slice. Slices of a
+// head stand upright, as radiologists show them: anterior or superior up, the patient's right side
+// or front at the left.
+// The pictures have 2 or 3 dimensions and are of equal shape.
+Picture montage(const std::vector<const Picture*>& pictures);
 
 }  // namespace diffuse

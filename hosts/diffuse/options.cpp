@@ -37,15 +37,16 @@ std::optional<Options> parseOptions(int argc, const char* const* argv) {
     Options options;
     std::string slice;
     CLI::App app(
-        "Smooths the noise of a grey picture and keeps its edges: steps of Perona-Malik diffusion "
+        "Smooths the noise of a grey picture or volume and keeps its edges: steps of Perona-Malik "
+        "diffusion "
         "with libdiffusefilt_halide. Reads and writes PNG, TIFF, JPEG, BMP, NIfTI, NRRD, MetaImage "
         "and DICOM.\nExit status: 0, 1 if the work failed, 2 if the command line is wrong.",
         "diffuse");
-    app.add_option("input", options.input, "Grey picture, or a volume together with --slice")
-        ->required();
+    app.add_option("input", options.input, "Grey picture or volume")->required();
     app.add_option("-o,--output", options.output,
                    "Write the filtered picture here, in the sample type of the input");
-    app.add_option("--slice", slice, "Filter one slice of a volume: AXIS:INDEX, like z:90");
+    app.add_option("--slice", slice,
+                   "Filter one slice of a volume, not the whole: AXIS:INDEX, like z:90");
     app.add_option("-n,--iterations", options.iterations, "Number of steps")
         ->capture_default_str()
         ->check(CLI::Range(0, std::numeric_limits<int>::max()).description(""));
@@ -66,13 +67,20 @@ std::optional<Options> parseOptions(int argc, const char* const* argv) {
     app.add_option("--type", options.pipeline.elementType, "Arithmetic: float32 or float64")
         ->capture_default_str()
         ->check(CLI::IsMember({"float32", "float64"}).description(""));
+    app.add_option("--instruction-set", options.pipeline.instructionSet,
+                   "Of the processor: none (any x86-64), avx, avx2 (with FMA3 and BMI1), or auto, "
+                   "the best that it can run")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"auto", "none", "avx", "avx2"}).description(""));
     app.add_option("--add-noise", options.noiseSigma,
                    "Add Gaussian noise of this standard deviation, in grey values, before "
                    "filtering, and print the PSNR before and after")
         ->check(requirePositive);
     app.add_option("--seed", options.seed, "Seed of the noise")->capture_default_str();
-    app.add_option("--montage", options.montage,
-                   "Write clean, noisy and filtered picture side by side here, in 8 bits");
+    app.add_option(
+        "--montage", options.montage,
+        "Write clean, noisy and filtered picture side by side here, in 8 bits; of a volume its "
+        "three central slices");
     try {
         app.parse(argc, argv);
         if (!slice.empty()) options.slice = parseSlice(slice);

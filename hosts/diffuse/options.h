@@ -20,7 +20,7 @@ struct Options {
     double threshold = 0;   // in grey values of the input
     double noiseSigma = 0;  // in grey values of the input; 0: no noise is added
     std::uint64_t seed = 1;
-    PipelineChoice pipeline;
+    PipelineChoice pipeline = {.instructionSet = "auto"};
 };
 
 // The command line is wrong in itself, whatever the files hold.

@@ -19,6 +19,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <type_traits>
 
 #include "quietStderr.h"
@@ -197,8 +198,22 @@ Picture readWith(const fs::path& file, itk::ImageIOBase& io) {
     return picture;
 }
 
+// Whether the axes of the volume mirror the body, as a left hand does a right one.
+bool isLeftHanded(const Picture& volume) {
+    const auto& [x, y, z] =
+        std::tie(volume.axes[0].direction, volume.axes[1].direction, volume.axes[2].direction);
+    return (x[1] * y[2] - x[2] * y[1]) * z[0] + (x[2] * y[0] - x[0] * y[2]) * z[1] +
+               (x[0] * y[1] - x[1] * y[0]) * z[2] <
+           0;
+}
+
 void writeWith(itk::ImageIOBase& io, const Picture& picture) {
     const int dimensions = picture.dimensions();
+    // DICOM names the directions of rows and columns only, the third follows from them.
+    if (dimensions == 3 && io.GetNameOfClass() == std::string("GDCMImageIO") &&
+        isLeftHanded(picture)) {
+        throw std::runtime_error("DICOM cannot hold a volume whose axes are left-handed");
+    }
     io.SetNumberOfDimensions(dimensions);
     for (int i = 0; i < dimensions; ++i) {
         const Axis& axis = picture.axes[i];
@@ -241,10 +256,13 @@ Picture readPicture(const fs::path& file) {
     }
 }
 
-void requireWritableFormat(const fs::path& file) {
-    if (!openFormat(file, FileMode::WriteMode)) {
-        fail("write", file, "no known format has this file name extension");
-    }
+void requireWritableFormat(const fs::path& file, int dimensions) {
+    const auto io = openFormat(file, FileMode::WriteMode);
+    if (!io) fail("write", file, "no known format has this file name extension");
+    // PNG's writer keeps the first slice of a volume without a word.
+    const std::string writer = io->GetNameOfClass();
+    const bool flat = writer == "PNGImageIO" || writer == "JPEGImageIO" || writer == "BMPImageIO";
+    if (flat && dimensions > 2) fail("write", file, "this format holds no volumes");
 }
 
 void writePicture(const fs::path& file, const Picture& picture) {

@@ -11,8 +11,9 @@ namespace diffuse {
 // Throws std::runtime_error with one line if the file cannot be read or is not grey.
 Picture readPicture(const std::filesystem::path& file);
 
-// Throws std::runtime_error if no format belongs to the name of the file.
-void requireWritableFormat(const std::filesystem::path& file);
+// Throws std::runtime_error if no format belongs to the name of the file, or one that cannot hold
+// so many dimensions.
+void requireWritableFormat(const std::filesystem::path& file, int dimensions);
 
 // Writes the picture in the format that belongs to the name, in its own sample type: integers
 // are rounded to the nearest and saturated, NaN becomes the lowest. The file stands whole or,

@@ -1,0 +1,50 @@
+#include "limitLoops.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+
+namespace limits {
+namespace {
+
+// The empty statements make the compiler believe that the divisor changes and that the
+// quotient is used; they cost nothing and order nothing.
+template <class T, int bytes>
+[[gnu::always_inline]] inline void divide(int64_t count) {
+    typedef T Vector __attribute__((vector_size(bytes)));
+    const Vector one = Vector{} + T(1);
+    Vector divisor = one + one;
+    for (int64_t i = 0; i < count; ++i) {
+        asm volatile("" : "+x"(divisor));
+        const Vector quotient = one / divisor;
+        asm volatile("" : : "x"(quotient));
+    }
+}
+
+__attribute__((target("avx"))) void divideWideDoubles(int64_t count) {
+    divide<double, 32>(count);
+}
+__attribute__((target("avx"))) void divideWideFloats(int64_t count) {
+    divide<float, 32>(count);
+}
+
+}  // namespace
+
+void divideVectors(diffusefilt::PipelineVariant variant, int64_t count) {
+    const bool isDouble = variant.elementBits() == 64;
+    if (variant.vectorBits() == 256) {
+        isDouble ? divideWideDoubles(count) : divideWideFloats(count);
+    } else {
+        isDouble ? divide<double, 16>(count) : divide<float, 16>(count);
+    }
+}
+
+void callExp(const std::vector<double>& arguments, int64_t count) {
+    size_t at = 0;
+    for (int64_t i = 0; i < count; ++i) {
+        benchmark::DoNotOptimize(std::exp(arguments[at]));
+        if (++at == arguments.size()) at = 0;
+    }
+}
+
+}  // namespace limits

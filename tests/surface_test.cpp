@@ -1,0 +1,115 @@
+// What the finished library shows to the dynamic linker, against the stored list.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <set>
+
+#include "support/Command.h"
+#include "support/Pipelines.h"
+
+namespace {
+
+using support::linesOf;
+using support::Words;
+
+// "defined" or "needed" symbols as "kind type binding visibility name[@version]", and the
+// dynamic section's libraries and path in their order.
+std::set<std::string> surface() {
+    std::set<std::string> lines;
+    for (const Words& w : linesOf("readelf --dyn-syms -W " LIBRARY)) {
+        if (w.size() < 8 || w[0].back() != ':' || w[0] == "0:" || w[0] == "Num:") continue;
+        const bool defined = w[6] != "UND";
+        lines.insert((defined ? "defined " : "imported ") + w[3] + " " + w[4] + " " + w[5] + " " +
+                     w[7]);
+    }
+    return lines;
+}
+
+Words dynamicEntries(const std::string& tag) {
+    Words values;
+    for (const Words& w : linesOf("readelf -dW " LIBRARY)) {
+        if (w.size() > 2 && w[1] == "(" + tag + ")") values.push_back(w.back());
+    }
+    return values;
+}
+
+TEST(Surface, SymbolsAreThoseOfTheList) {
+    if (!IS_RELEASE) GTEST_SKIP() << "other builds import more";
+    std::ifstream file(STORED_SURFACE);
+    std::set<std::string> stored;
+    for (std::string line; std::getline(file, line);) stored.insert(line);
+    const std::set<std::string> found = surface();
+    for (const std::string& line : found) {
+        EXPECT_TRUE(stored.contains(line)) << "not in the list: " << line;
+    }
+    for (const std::string& line : stored) {
+        EXPECT_TRUE(found.contains(line)) << "not in the library: " << line;
+    }
+}
+
+TEST(Surface, LibrariesAndPathStandInTheirOrder) {
+    const Words needed = dynamicEntries("NEEDED");
+    if (IS_RELEASE) {
+        EXPECT_EQ(needed, (Words{"[libtbb.so.12]", "[libtbbmalloc.so.2]", "[libstdc++.so.6]",
+                                 "[libm.so.6]", "[libgcc_s.so.1]", "[libc.so.6]"}));
+    }
+    EXPECT_EQ(dynamicEntries("RPATH"), Words{"[$ORIGIN:$ORIGIN/../lib:$ORIGIN/../../lib]"});
+    EXPECT_EQ(dynamicEntries("RUNPATH"), Words{});
+    EXPECT_EQ(dynamicEntries("SONAME"), Words{});
+}
+
+// One initialiser of ours beside the compiler's own, and the runtime's four clean-ups.
+TEST(Surface, InitialisersAndFinalisersAreKnown) {
+    Words finalisers;
+    for (const Words& w : linesOf("readelf -rW " LIBRARY)) {
+        if (w.size() < 5 || w[2] != "R_X86_64_64") continue;
+        if (w[4].ends_with("cleanup") || w[4].ends_with("shutdown")) finalisers.push_back(w[4]);
+    }
+    EXPECT_EQ(finalisers, (Words{"halide_profiler_shutdown", "halide_cache_cleanup",
+                                 "halide_trace_cleanup", "halide_thread_pool_cleanup"}));
+    if (!IS_RELEASE) return;  // sanitizers add their own
+    EXPECT_EQ(dynamicEntries("INIT_ARRAYSZ").size(), 1u);
+    for (const Words& w : linesOf("readelf -dW " LIBRARY)) {
+        if (w.size() > 2 && w[1] == "(INIT_ARRAYSZ)") {
+            EXPECT_EQ(w[2], "16");
+        }
+        if (w.size() > 2 && w[1] == "(FINI_ARRAYSZ)") {
+            EXPECT_EQ(w[2], "40");
+        }
+    }
+}
+
+TEST(Surface, OnlyTheSurfaceIsFoundByName) {
+    void* library = dlopen(LIBRARY, RTLD_NOW);
+    ASSERT_NE(library, nullptr) << dlerror();
+    for (const support::Pipeline& pipeline : support::pipelines()) {
+        const std::string name = pipeline.name;
+        for (const char* suffix : {"", "_argv", "_metadata"}) {
+            EXPECT_NE(dlsym(library, (name + suffix).c_str()), nullptr) << name << suffix;
+        }
+        const bool is3D = pipeline.variant.dimensions == 3;
+        const std::string body =
+            "par_for_" + name + (is3D ? "_diffusefilt3.s0.z" : "_diffusefilt2.s0.y");
+        EXPECT_EQ(dlsym(library, body.c_str()), nullptr) << body;
+        // It is there, as a local function.
+        static const auto locals = [] {
+            std::set<std::string> names;
+            for (const Words& w : linesOf("nm " LIBRARY)) {
+                if (w.size() == 3 && w[1] == "t") names.insert(w[2]);
+            }
+            return names;
+        }();
+        EXPECT_TRUE(locals.contains(body)) << body;
+    }
+    for (const char* name : {"halide_set_custom_do_par_for", "halide_set_error_handler",
+                             "halide_set_custom_do_task", "__wrap_memcpy"}) {
+        EXPECT_NE(dlsym(library, name), nullptr) << name;
+    }
+    for (const char* name : {"tbb_do_par_for", "overRideWithTBB"}) {
+        EXPECT_EQ(dlsym(library, name), nullptr) << name;
+    }
+    dlclose(library);
+}
+
+}  // namespace
