@@ -123,6 +123,8 @@ def main():
     options = parser.parse_args()
     chosen = [m for path in sorted((ROOT / "tests/mutations").glob("*.txt")) for m in parse(path)
               if not options.substring or any(s in title(m) for s in options.substring)]
+    for _, _, edits in chosen:
+        mutated({edit[0]: (ROOT / edit[0]).read_text() for edit in edits}, edits)
     scratch = Scratch(options.scratch.resolve())
     if unmutated := scratch.failure(sorted({t for m in chosen for t in m[1]}), options.calls):
         sys.exit(f"without a mutation: {unmutated}")
