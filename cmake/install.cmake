@@ -7,9 +7,6 @@ set(package_folder ${CMAKE_CURRENT_LIST_DIR}/package)
 set(package_cmakedir ${CMAKE_INSTALL_LIBDIR}/cmake/diffusefilt_halide)
 set(package_pkgconfigdir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The source tree's headers are for the build alone.
-set_target_properties(diffusefilt_halide PROPERTIES
-  INTERFACE_INCLUDE_DIRECTORIES "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>")
 install(TARGETS diffusefilt_halide EXPORT diffusefilt_halide
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})

@@ -59,7 +59,8 @@ target_link_libraries(diffusefilt_halide PRIVATE
   ${runtime_object} diffusefilt_common TBB::tbb
   -Wl,--push-state,--no-as-needed $<TARGET_FILE:TBB::tbbmalloc> -Wl,--pop-state
   m)
-target_include_directories(diffusefilt_halide INTERFACE include)
+target_include_directories(diffusefilt_halide INTERFACE
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
 
 # Hosts find the library by its path; its own dependencies are looked for beside it first.
 set(exports_map ${CMAKE_CURRENT_SOURCE_DIR}/diffusefilt_halide/exports.map)
