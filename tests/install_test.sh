@@ -39,7 +39,7 @@ foreach(source smooth.c install_test.cpp)
   target_link_libraries(by_cmake_${source} diffusefilt_halide::diffusefilt_halide)
 endforeach()
 END
-cmake -S . -B build -DCMAKE_PREFIX_PATH="$(realpath ../moved)" >"$work/log" || { cat "$work/log"; exit 1; }
+cmake -G Ninja -S . -B build -DCMAKE_PREFIX_PATH="$(realpath ../moved)" >"$work/log" || { cat "$work/log"; exit 1; }
 cmake --build build >"$work/log" || { cat "$work/log"; exit 1; }
 check build/by_cmake_smooth.c
 check build/by_cmake_install_test.cpp
