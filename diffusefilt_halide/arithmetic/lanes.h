@@ -88,6 +88,7 @@ template <class V>
         const auto halves = reinterpret_cast<__m256d>(v);
         auto* const half = reinterpret_cast<double*>(to);
         _mm_storeu_pd(half + 2, _mm256_extractf128_pd(halves, 1));
+        asm volatile("" ::: "memory");  // the upper half goes first, as written
         _mm_storeu_pd(half, _mm256_castpd256_pd128(halves));
     } else
 #endif
