@@ -65,7 +65,10 @@ struct ProcessorRegisters {
 
     static ProcessorRegisters read() {
         ProcessorRegisters registers;
-        unsigned a = 0, b = 0, c = 0, d = 0;
+        unsigned a = 0;
+        unsigned b = 0;
+        unsigned c = 0;
+        unsigned d = 0;
         if (__get_cpuid(1, &a, &b, &c, &d) != 0) registers.leaf1Ecx = c;
         if (__get_cpuid_count(7, 0, &a, &b, &c, &d) != 0) registers.leaf7Ebx = b;
         if ((registers.leaf1Ecx & bit_OSXSAVE) != 0) {
