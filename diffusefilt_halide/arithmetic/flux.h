@@ -37,13 +37,11 @@ private:
         Value g;
     };
 
-    // The gradient is scaled by the reciprocal of the threshold, not divided by it: the
+    // The difference is scaled by the reciprocal of the threshold, not divided by it: the
     // two round differently.
     [[gnu::always_inline]] Term termOf(Offset neighbour) const noexcept {
-        const Value n = read_(neighbour);
-        const Value d = n - centre_;
-        const Value t = magnitude<Form>(d, n, centre_) * gradTInv_;
-        return {d, conductance<Form>(t)};
+        const Value d = read_(neighbour) - centre_;
+        return {d, conductance<Form>(Value(d * gradTInv_))};
     }
 
     [[gnu::always_inline]] static Value added(Value sum, Term term) noexcept {

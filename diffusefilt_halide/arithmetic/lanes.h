@@ -95,22 +95,6 @@ template <class V>
         reinterpret_cast<Unaligned<V>*>(to)->value = v;
 }
 
-// |v| by clearing the sign bits.
-[[gnu::always_inline]] inline __m128 clearSign(__m128 v) noexcept {
-    return _mm_andnot_ps(_mm_set1_ps(-0.0f), v);
-}
-[[gnu::always_inline]] inline __m128d clearSign(__m128d v) noexcept {
-    return _mm_andnot_pd(_mm_set1_pd(-0.0), v);
-}
-#ifdef __AVX__
-[[gnu::always_inline]] inline __m256 clearSign(__m256 v) noexcept {
-    return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), v);
-}
-[[gnu::always_inline]] inline __m256d clearSign(__m256d v) noexcept {
-    return _mm256_andnot_pd(_mm256_set1_pd(-0.0), v);
-}
-#endif
-
 #ifdef __FMA__
 // a * b + c with one rounding.
 [[gnu::always_inline]] inline float fused(float a, float b, float c) noexcept {

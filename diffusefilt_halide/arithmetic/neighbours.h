@@ -1,6 +1,8 @@
 // The neighbours of an element by name, as offsets of their coordinates.
 #pragma once
 
+#include "PipelineVariant.h"
+
 namespace diffusefilt {
 
 struct Offset {
@@ -48,5 +50,12 @@ constexpr Offset C5{-1, +1, +1};
 constexpr Offset C6{-1, +1, -1};
 constexpr Offset C7{+1, +1, +1};
 constexpr Offset C8{+1, +1, -1};
+
+// Of the rows that an element reads, the one that no row of the output before its own has
+// read.
+[[gnu::always_inline]] constexpr Offset newestRow(PipelineVariant variant) noexcept {
+    if (variant.dimensions == 2) return south;
+    return variant.connectivity == Connectivity::minimal ? F1 : Offset{0, +1, +1};
+}
 
 }  // namespace diffusefilt

@@ -31,10 +31,12 @@ template <class T, int planes>
                                                          Clamp clamp, int32_t y, int32_t extent,
                                                          int32_t stride) noexcept {
     Rows<T, planes> rows;
-    rows.host = host;
     for (int dy = -1; dy <= 1; ++dy) {
         const int64_t rowTerm = offsetOf(neighbourCoord(clamp, y, dy, extent), stride);
-        for (int p = 0; p < planes; ++p) rows.base[p][dy + 1] = plus(rowTerm, planeTerms.of[p]);
+        for (int p = 0; p < planes; ++p) {
+            const auto index = static_cast<uintptr_t>(plus(rowTerm, planeTerms.of[p]));
+            rows.column0[p][dy + 1] = reinterpret_cast<uintptr_t>(host) + index * sizeof(T);
+        }
     }
     return rows;
 }

@@ -12,7 +12,8 @@ namespace diffusefilt {
 
 // Vectors whose last lane's neighbour, and whose last lane itself, lie inside without a
 // shift, counted from a row's start; `span` may be negative.
-[[gnu::always_inline]] constexpr int32_t vectorsWithin(int32_t span, int lanes) noexcept {
+template <class Int>
+[[gnu::always_inline]] constexpr Int vectorsWithin(Int span, int lanes) noexcept {
     return (span >> log2OfLanes(lanes)) + 1;
 }
 
