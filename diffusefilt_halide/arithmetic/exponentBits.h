@@ -2,6 +2,7 @@
 // the exponent field.
 #pragma once
 
+#include "arithmetic/coordinates.h"
 #include "arithmetic/lanes.h"
 
 namespace diffusefilt {
@@ -37,33 +38,53 @@ template <InstructionSet set, class Unsigned>
     }
 }
 
-// Selects on k alone: infinity from 128 on, then +0.0 from -127 down, else v. No argument
-// of the pipelines makes k positive; the first select is part of the routine all the same.
+// The smaller lanes of the two, by the instruction where the set has it: g++ makes a
+// comparison and a blend of the language's selection.
+[[gnu::always_inline]] inline Lanes<int32_t, 4> smallerOf(Lanes<int32_t, 4> a,
+                                                          Lanes<int32_t, 4> b) noexcept {
+#ifdef __SSE4_1__
+    using Integers = __m128i;
+    return reinterpret_cast<Lanes<int32_t, 4>>(
+        _mm_min_epi32(reinterpret_cast<Integers>(a), reinterpret_cast<Integers>(b)));
+#else
+    return a < b ? a : b;
+#endif
+}
+#ifdef __AVX2__
+[[gnu::always_inline]] inline Lanes<int32_t, 8> smallerOf(Lanes<int32_t, 8> a,
+                                                          Lanes<int32_t, 8> b) noexcept {
+    using Integers = __m256i;
+    return reinterpret_cast<Lanes<int32_t, 8>>(
+        _mm256_min_epi32(reinterpret_cast<Integers>(a), reinterpret_cast<Integers>(b)));
+}
+#endif
+
+// p * 2^k, with two selects on k alone: from 128 on k is bounded there, where the bits are
+// those of infinity; from -127 down the result is +0.0. No argument of the pipelines makes
+// k positive; the first select is part of the routine all the same.
 constexpr int32_t overflowFrom = 128;
 constexpr int32_t underflowFrom = -127;
 
 template <InstructionSet set>
 [[gnu::always_inline]] inline float scaledByPowerOfTwo(float p, float f) noexcept {
     const int32_t k = truncated(f);
-    const uint32_t bits = powerOfTwoBits<set>(static_cast<uint32_t>(k));
-    const float v = p * __builtin_bit_cast(float, bits);
-    const float bounded = k >= overflowFrom ? __builtin_inff() : v;
-    return k <= underflowFrom ? 0.0f : bounded;
+    const auto bounded = static_cast<uint32_t>(smaller(k, overflowFrom));
+    const uint32_t bits = powerOfTwoBits<set>(bounded);
+    return k <= underflowFrom ? 0.0f : p * __builtin_bit_cast(float, bits);
 }
 
-// 2^k by its bits, and the masks of the two selects, for as many lanes as the set's
+// 2^k by its bits, and the mask of the second select, for as many lanes as the set's
 // integer operations take at once.
 template <InstructionSet set, class Floats, class Ints>
 struct PowerOfTwo {
     Floats value;
-    Floats isOverflow;
     Floats isUnderflow;
 
     [[gnu::always_inline]] explicit PowerOfTwo(Ints k) noexcept {
         using Unsigned = Lanes<uint32_t, LanesTraits<Ints>::count>;
-        const auto bits = powerOfTwoBits<set>(reinterpret_cast<Unsigned>(k));
+        const auto bounded = smallerOf(k, broadcast<Ints>(overflowFrom));
+        const auto bits = powerOfTwoBits<set>(reinterpret_cast<Unsigned>(bounded));
         value = reinterpret_cast<Floats>(bits);
-        isOverflow = reinterpret_cast<Floats>(k >= overflowFrom);
         isUnderflow = reinterpret_cast<Floats>(k <= underflowFrom);
     }
 };
@@ -72,38 +93,24 @@ template <InstructionSet set>
 [[gnu::always_inline]] inline Lanes<float, 4> scaledByPowerOfTwo(Lanes<float, 4> p,
                                                                  Lanes<float, 4> f) noexcept {
     const PowerOfTwo<set, Lanes<float, 4>, Lanes<int32_t, 4>> power(truncated(f));
-    const auto select = [](__m128 mask, __m128 a, __m128 b) __attribute__((always_inline)) {
-        return _mm_or_ps(_mm_and_ps(mask, a), _mm_andnot_ps(mask, b));
-    };
-    const auto bounded = select(power.isOverflow, _mm_set1_ps(__builtin_inff()), p * power.value);
-    return _mm_andnot_ps(power.isUnderflow, bounded);
+    return _mm_andnot_ps(power.isUnderflow, p * power.value);
 }
 
 #ifdef __AVX__
 template <InstructionSet set>
 [[gnu::always_inline]] inline Lanes<float, 8> scaledByPowerOfTwo(Lanes<float, 8> p,
                                                                  Lanes<float, 8> f) noexcept {
-    const auto finish = [&](__m256 value, __m256 isOverflow, __m256 isUnderflow)
-        __attribute__((always_inline)) {
-        const auto infinity = _mm256_set1_ps(__builtin_inff());
-        // Not blendv: g++ takes it apart into scalar branches where the set has no 256-bit
-        // integer comparison, and the whole step takes 1.6 times as long.
-        const auto bounded = _mm256_or_ps(_mm256_and_ps(isOverflow, infinity),
-                                          _mm256_andnot_ps(isOverflow, p * value));
-        return _mm256_andnot_ps(isUnderflow, bounded);
-    };
 #ifdef __AVX2__
     const auto k = reinterpret_cast<Lanes<int32_t, 8>>(_mm256_cvttps_epi32(f));
     const PowerOfTwo<set, Lanes<float, 8>, Lanes<int32_t, 8>> power(k);
-    return finish(power.value, power.isOverflow, power.isUnderflow);
+    return _mm256_andnot_ps(power.isUnderflow, p * power.value);
 #else
-    // The set has no 256-bit integer operation: two halves, and the masks are widened.
+    // The set has no 256-bit integer operation: two halves, and the mask is widened.
     using Half = PowerOfTwo<set, Lanes<float, 4>, Lanes<int32_t, 4>>;
     const Half low(truncated(_mm256_castps256_ps128(f)));
     const Half high(truncated(_mm256_extractf128_ps(f, 1)));
-    return finish(_mm256_set_m128(high.value, low.value),
-                  _mm256_set_m128(high.isOverflow, low.isOverflow),
-                  _mm256_set_m128(high.isUnderflow, low.isUnderflow));
+    return _mm256_andnot_ps(_mm256_set_m128(high.isUnderflow, low.isUnderflow),
+                            p * _mm256_set_m128(high.value, low.value));
 #endif
 }
 #endif

@@ -35,12 +35,12 @@ struct RowRun {
         if (range.clamp == Clamp::none) return range;
         const int64_t first = record.outMin0;
         const int64_t last = smaller(record.lastVectorX, minus(record.inputMax0, F::lanes));
-        const int64_t begin = vectorsWithin(-first, F::lanes);
-        const int64_t end = vectorsWithin(last - first, F::lanes);
         const auto within = [&](int64_t v) __attribute__((always_inline)) {
             return v < range.begin ? range.begin : v > range.end ? range.end : int32_t(v);
         };
-        return {within(begin), within(end), Clamp::none};
+        const int32_t begin = within(vectorsWithin(-first, F::lanes));
+        const int32_t end = within(vectorsWithin(last - first, F::lanes));
+        return {begin, larger(begin, end), Clamp::none};
     }
 
     // The loop runs on a copy of its rows: what it reads of them then stays in registers,
