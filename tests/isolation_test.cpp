@@ -18,8 +18,8 @@ using support::Words;
 const std::map<std::string, std::string> objects = {
     {"none", OBJECTS_NONE}, {"avx", OBJECTS_AVX}, {"avx2", OBJECTS_AVX2}, {"frame", OBJECTS_FRAME}};
 
-// The kinds of instructions in a set's objects: the mnemonic and the vector and mask
-// registers that it names, as in "vmulps %ymm".
+// The kinds of instructions in a set's objects: the mnemonic, whether it names memory, and
+// the vector and mask registers that it names, as in "vmulps ( %ymm".
 std::set<std::string> instructionsOf(const std::string& set) {
     const std::set<std::string> prefixes = {"rep",     "repz",   "repnz", "lock",
                                             "notrack", "data16", "cs"};
@@ -29,7 +29,7 @@ std::set<std::string> instructionsOf(const std::string& set) {
         size_t at = 1;
         while (at + 1 < words.size() && prefixes.contains(words[at])) ++at;
         std::string text = words[at] + " ";
-        for (const char* registers : {"%xmm", "%ymm", "%zmm", "%k"}) {
+        for (const char* registers : {"(", "%xmm", "%ymm", "%zmm", "%k"}) {
             const bool named =
                 at + 1 < words.size() && words[at + 1].find(registers) != std::string::npos;
             if (named) text += registers + std::string(" ");

@@ -20,9 +20,9 @@ template <class V>
     return fromLanes<V>([&](int i) __attribute__((always_inline)) { return ::exp(laneOf(u, i)); });
 }
 
-template <class Form>
-[[gnu::always_inline]] inline typename Form::Value conductance(typename Form::Value t) noexcept {
-    using V = typename Form::Value;
+// In the lanes of any V of the form's elements.
+template <class Form, class V>
+[[gnu::always_inline]] inline V conductance(V t) noexcept {
     using T = typename Form::Element;
     if constexpr (Form::variant.conduction == Conduction::quadratic) {
         return T(1) / multiplyAdd<Form::set>(t, t, broadcast<V>(T(1)));

@@ -12,6 +12,9 @@ namespace diffusefilt {
 [[gnu::always_inline]] inline float roundDown(float v) noexcept {
     return _mm_cvtss_f32(_mm_floor_ss(_mm_setzero_ps(), _mm_set_ss(v)));
 }
+[[gnu::always_inline]] inline __m128 roundDown(__m128 v) noexcept {
+    return _mm_floor_ps(v);
+}
 #endif
 #ifdef __AVX__
 [[gnu::always_inline]] inline __m256 roundDown(__m256 v) noexcept {

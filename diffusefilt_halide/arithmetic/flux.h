@@ -26,9 +26,13 @@ public:
     // The fluxes added one after another. In avx2 each but the first is fused into the sum.
     template <class... Offsets>
     [[gnu::always_inline]] Value chain(Offset first, Offsets... rest) const noexcept {
-        Value sum = (*this)(first);
-        ((sum = added(sum, termOf(rest))), ...);
-        return sum;
+        if constexpr (packs) {
+            return packedChain({first, rest...});
+        } else {
+            Value sum = (*this)(first);
+            ((sum = added(sum, termOf(rest))), ...);
+            return sum;
+        }
     }
 
 private:
@@ -36,6 +40,28 @@ private:
         Value d;
         Value g;
     };
+
+    // In line, four exponentials of the library's own are worked out in the lanes of one
+    // vector: elements there take a third of the time.
+    static constexpr bool packs = Form::path == Path::inLine && hasInlineExponential(Form::variant);
+
+    template <int n>
+    [[gnu::always_inline]] Value packedChain(const Offset (&neighbours)[n]) const noexcept {
+        using Pack = Lanes<Element, 4>;
+        Term terms[n];
+        int i = 0;
+        for (; i + 4 <= n; i += 4) {
+            const Pack d = fromLanes<Pack>([&](int lane) __attribute__((always_inline)) {
+                return read_(neighbours[i + lane]) - centre_;
+            });
+            const Pack g = conductance<Form>(Pack(d * gradTInv_));
+            for (int lane = 0; lane < 4; ++lane) terms[i + lane] = {d[lane], g[lane]};
+        }
+        for (; i < n; ++i) terms[i] = termOf(neighbours[i]);
+        Value sum = terms[0].g * terms[0].d;
+        for (int k = 1; k < n; ++k) sum = added(sum, terms[k]);
+        return sum;
+    }
 
     // The difference is scaled by the reciprocal of the threshold, not divided by it: the
     // two round differently.

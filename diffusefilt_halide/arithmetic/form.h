@@ -20,14 +20,18 @@ enum class SumOrder {
     inLineChain,  // plain chains of their own, see sumOrderOf
 };
 
+// Whether the exponential is the library's own, not libm's.
+constexpr bool hasInlineExponential(PipelineVariant variant) {
+    return variant.conduction == Conduction::exponential &&
+           variant.elementType == ElementType::float32;
+}
+
 // The instruction set decides the order, with one exception: in line, the exponential
 // float32 pipelines of none and avx sum in chains of their own, so that an element of
 // theirs can differ in its last bit between the two paths.
 constexpr SumOrder sumOrderOf(PipelineVariant variant, Path path) {
-    const bool inlineExponential = variant.conduction == Conduction::exponential &&
-                                   variant.elementType == ElementType::float32;
     if (variant.instructionSet == InstructionSet::avx2) return SumOrder::fusedChain;
-    if (path == Path::inLine && inlineExponential) return SumOrder::inLineChain;
+    if (path == Path::inLine && hasInlineExponential(variant)) return SumOrder::inLineChain;
     return variant.instructionSet == InstructionSet::avx ? SumOrder::pairTree : SumOrder::northLast;
 }
 

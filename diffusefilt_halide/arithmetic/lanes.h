@@ -103,6 +103,9 @@ template <class V>
 [[gnu::always_inline]] inline double fused(double a, double b, double c) noexcept {
     return __builtin_fma(a, b, c);
 }
+[[gnu::always_inline]] inline __m128 fused(__m128 a, __m128 b, __m128 c) noexcept {
+    return _mm_fmadd_ps(a, b, c);
+}
 [[gnu::always_inline]] inline __m256 fused(__m256 a, __m256 b, __m256 c) noexcept {
     return _mm256_fmadd_ps(a, b, c);
 }
