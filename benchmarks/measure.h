@@ -67,9 +67,11 @@ inline std::vector<Samples> measure(const std::vector<Contender>& contenders, Ef
     return all;
 }
 
-// One line of JSON: {"pipeline": ..., "ns": {contender: [one for each repetition], ...}}
-inline void printLine(const std::string& pipeline, const std::vector<Samples>& all) {
-    std::printf("{\"pipeline\": \"%s\", \"ns\": {", pipeline.c_str());
+// One line of JSON: {"pipeline": ..., "group": ..., "ns": {contender: [one for each repetition]}}
+inline void printLine(const std::string& pipeline, const std::string& group,
+                      const std::vector<Samples>& all) {
+    std::printf("{\"pipeline\": \"%s\", \"group\": \"%s\", \"ns\": {", pipeline.c_str(),
+                group.c_str());
     for (const Samples& samples : all) {
         std::printf("%s\"%s\": [", &samples == &all.front() ? "" : ", ",
                     samples.contender.name.c_str());

@@ -92,7 +92,7 @@ void time(const Pipeline& pipeline, double seconds) {
         variant.instructionSet == InstructionSet::avx2 && peers::itkSteps(in, 1)) {
         contenders.push_back({"itk", steps * elements, [&] { peers::itkSteps(in, steps); }});
     }
-    printLine(pipeline.name, measure(contenders, {seconds, 5, 31}));
+    printLine(pipeline.name, "speed", measure(contenders, {seconds, 5, 31}));
 }
 
 // Whether the peers compute the same as the pipeline, up to rounding.
