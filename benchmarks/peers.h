@@ -30,8 +30,8 @@ using Step = int (*)(halide_buffer_t* input, double threshold, halide_buffer_t* 
 Step naturalHalide(std::string_view pipeline);
 
 // `steps` steps of ITK's GradientAnisotropicDiffusionImageFilter on a dense buffer, on one
-// thread. Its conductance is exponential too, at half of the faces' distances, with a
-// threshold relative to the mean gradient. False where the program was built without ITK.
+// thread. Its conductance is exponential too, of a difference together with those across it, with
+// a threshold relative to the mean gradient. False where the program was built without ITK.
 bool itkSteps(const halide_buffer_t& input, int steps);
 
 }  // namespace peers
