@@ -12,6 +12,7 @@
 #include "PipelineVariant.h"
 
 constexpr double threshold = 20;
+constexpr double noiseOverThreshold = 3;
 
 // In elements of dimension 0, 1 and, for a volume, 2.
 using Extents = std::vector<int32_t>;
@@ -48,7 +49,7 @@ private:
     template <class T>
     void fill(int64_t count) {
         std::minstd_rand random(1);
-        std::uniform_real_distribution<T> noise(0, T(3 * threshold));
+        std::uniform_real_distribution<T> noise(0, T(noiseOverThreshold * threshold));
         for (int64_t i = 0; i < count; ++i) reinterpret_cast<T*>(memory_.get())[i] = noise(random);
     }
 

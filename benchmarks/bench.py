@@ -2,6 +2,7 @@
 import argparse
 import json
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -12,6 +13,7 @@ import shapes
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/bench"
+MEASURE = BUILD / "benchmarks/measure"
 
 
 def processor():
@@ -21,38 +23,41 @@ def processor():
             f"{fields['siblings']} processors")
 
 
-def run(program, arguments, path):
-    """Runs a program that writes a line of JSON for each result, and keeps all in `path`."""
+def run(path, regex, seconds, groups):
+    """Measures the pipelines that match; `groups` are functions from a name to contenders."""
     result = {"processor": processor(), "runs": []}
-    command = [BUILD / "benchmarks" / program, *arguments]
-    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as process:
-        for line in process.stdout:
-            result["runs"].append(json.loads(line))
-            latest = result["runs"][-1]
-            print(f"bench: {latest['pipeline']}, {latest['group']}", file=sys.stderr)
-    if process.returncode != 0 or not result["runs"]:
-        sys.exit(f"bench: {program} failed or found nothing to run")
+    names = subprocess.run([MEASURE], check=True, stdout=subprocess.PIPE, text=True).stdout.split()
+    for name in filter(re.compile(regex).search, names):
+        for group, contenders in groups.items():
+            print(f"bench: {name}, {group}", file=sys.stderr)
+            labels = contenders(name)
+            measured = subprocess.run([MEASURE, name, str(seconds), *labels.values()], check=True,
+                                      stdout=subprocess.PIPE, text=True).stdout
+            ns = json.loads(measured)
+            result["runs"].append({"pipeline": name, "group": group, "ns": {
+                label: ns[contender] for label, contender in labels.items()}})
+    if not result["runs"]:
+        sys.exit(f"bench: no pipeline matches {regex}")
     path.write_text(json.dumps(result, indent=1) + "\n")
+    print(f"{result['processor']}; the figures of every repetition: {path}\n")
     return result
 
 
 def speed(options):
-    path = options.json or BUILD / "speed.json"
-    result = run("speed", [options.regex or ".", str(options.seconds)], path)
-    print(f"{result['processor']}; figures of every repetition: {path}\n")
+    result = run(options.json or BUILD / "speed.json", options.regex or ".", options.seconds,
+                 {"speed": lambda name: report.contenders(name, options.with_itk)})
     print(report.speed_table(result["runs"]))
-    print(report.misses(report.aims(result["runs"])))
+    print(report.misses(result["runs"], report.speed_aims))
     return result
 
 
 def sizes(options):
-    path = options.json or BUILD / "sizes.json"
     regex = options.regex or "(quadratic|exponential_float32)_.*avx2$"
-    result = run("sizes", [regex, str(options.seconds)], path)
-    print(f"{result['processor']}; figures of every repetition: {path}\n")
+    result = run(options.json or BUILD / "sizes.json", regex, options.seconds,
+                 {name: group.contenders for name, group in shapes.GROUPS.items()})
     for title, table in shapes.tables(result["runs"]):
         print(f"{title}:\n\n{table}")
-    print(report.misses(shapes.aims(result["runs"])))
+    print(report.misses(result["runs"], shapes.aims))
     return result
 
 
@@ -66,14 +71,16 @@ def main():
     parser.add_argument("--store", action="store_true", help="store the counts anew")
     parser.add_argument("--write-docs", action="store_true",
                         help="measure all, also beside ITK, and write it into docs/performance.md")
-    parser.add_argument("--seconds", type=float, default=2, help="for each pipeline (%(default)s)")
+    parser.add_argument("--seconds", type=float, default=2,
+                        help="for each pipeline, or group of shapes (%(default)s)")
     parser.add_argument("--json", type=pathlib.Path, help="where the figures go")
     options = parser.parse_args()
     if options.instructions:
         instructions.check(BUILD / "benchmarks/counted", options.store)
     elif options.write_docs:
         if options.regex or options.json:
-            parser.error("the documentation shows every pipeline")
+            parser.error("--write-docs measures every pipeline")
+        options.with_itk = True
         docs.write(ROOT / "docs", speed(options), sizes(options))
     elif options.sizes:
         sizes(options)

@@ -22,9 +22,9 @@ def write(folder, speed, sizes):
     for region, content in {
             "processor": f"Measured on: {speed['processor']}.\n",
             "speed": report.speed_table(speed["runs"]),
-            "misses": report.misses(report.aims(speed["runs"])),
+            "misses": report.misses(speed["runs"], report.speed_aims),
             "sizes": by_shape,
-            "misses by size": report.misses(shapes.aims(sizes["runs"]))}.items():
+            "misses by size": report.misses(sizes["runs"], shapes.aims)}.items():
         text = put(text, region, content)
     page.write_text(text)
     plot.draw(speed, folder / "images/speed.svg")

@@ -55,6 +55,7 @@ def check(program, store):
         rows = [f"{name} {counted[name]:.3f}" for name in stored]
         STORED.write_text("\n".join(notes + rows) + "\n")
     grown = []
+    print(f"{'instructions for one element':48}{'stored':>10}{'counted':>10}{'change':>9}")
     for name, before in stored.items():
         print(f"{name:48}{before:10.3f}{counted[name]:10.3f}{counted[name] / before - 1:+9.1%}")
         if counted[name] > before * GROWTH:

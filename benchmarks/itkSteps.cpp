@@ -29,14 +29,13 @@ void stepsOf(const halide_buffer_t& input, int steps) {
 
 }  // namespace
 
-bool itkSteps(const halide_buffer_t& input, int steps) {
+void itkSteps(const halide_buffer_t& input, int steps) {
     const bool isDouble = input.type.bits == 64;
     if (input.dimensions == 2) {
         (isDouble ? stepsOf<double, 2> : stepsOf<float, 2>)(input, steps);
     } else {
         (isDouble ? stepsOf<double, 3> : stepsOf<float, 3>)(input, steps);
     }
-    return true;
 }
 
 }  // namespace peers

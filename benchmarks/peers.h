@@ -31,7 +31,7 @@ Step naturalHalide(std::string_view pipeline);
 
 // `steps` steps of ITK's GradientAnisotropicDiffusionImageFilter on a dense buffer, on one
 // thread. Its conductance is exponential too, of a difference together with those across it, with
-// a threshold relative to the mean gradient. False where the program was built without ITK.
-bool itkSteps(const halide_buffer_t& input, int steps);
+// a threshold relative to the mean gradient. Ends a program that was built without ITK.
+void itkSteps(const halide_buffer_t& input, int steps);
 
 }  // namespace peers

@@ -26,15 +26,16 @@ def draw(result, path):
             points = [(median(run["ns"][contender]), name)
                       for run, name in zip(runs, names) if contender in run["ns"]]
             panel.plot([x for x, _ in points], [names.index(name) for _, name in points],
-                       marker, label=label, color=colour, linestyle="none", fillstyle="none",
+                       marker, label=label, color=colour, linestyle="none",
+                       fillstyle="full" if marker == "." else "none",
                        markersize=14 if marker == "|" else 8)
         panel.set_yticks(range(len(names)), names)
         panel.invert_yaxis()
         panel.set_xscale("log")
         panel.grid(axis="x", which="both", alpha=0.3)
-        panel.set_title(shape.replace("_", " "))
+        panel.set_title(shape[len("diffusefilt"):].replace("_", "-D "))
         panel.set_xlabel("ns for one element, one thread")
-    figure.legend(*panels[0, 0].get_legend_handles_labels(), loc="outside lower center", ncols=5)
+    panels[0, 0].legend(loc="lower right")
     figure.suptitle(result["processor"])
     figure.savefig(path, metadata={"Date": None})
     pyplot.close(figure)

@@ -1,82 +1,127 @@
-"""What a run of `sizes` says: a table for each group of shapes, and the aims that it misses."""
-import math
-from statistics import median
+"""What a call costs by the shape of its picture: groups of shapes, their tables and aims.
 
-from report import Aim, ratio, table
+Each group is set beside one figure of its own; see report.py for what a run is.
+"""
+import math
+from typing import NamedTuple
+
+from report import Aim, is_3d, ratio, table, times
 
 BEYOND_CACHE = 8 << 20  # bytes of input and output: more than a core's own caches hold
-TITLES = {
-    "size": "ns for one element by size; growth is the dearest size over the cheapest, of those "
-            "beyond the caches of a core (8 MiB for input and output)",
-    "stride": "strides that are powers of two, over padded ones",
-    "pool": "one call on 64 x 64, or 64 x 64 x 8, in microseconds",
-    "clamp": "clamped forms over the interior, for one vector",
-    "in line": "in line (input one vector wide), in ns for one element",
-}
+NARROW = (2, 3, 4)      # vectors in a row
+
+
+def bytes_of(name):
+    return 8 if "_float64_" in name else 4
+
+
+def lanes(name):
+    return (16 if name.endswith("_none") else 32) // bytes_of(name)
+
+
+def size_contenders(name):
+    if is_3d(name):
+        shapes = [f"{n}x{n}x{n}" for n in (16, 32, 64, 128)] + ["256x256x128", "512x512x128"]
+    else:
+        shapes = [f"{n}x{n}" for n in (16, 64, 256, 1024, 2048, 4096, 8192)]
+    return {shape: f"pipeline/{shape}" for shape in shapes}
 
 
 def size_row(run):
-    times = {name: median(samples) for name, samples in run["ns"].items()}
-    width = 8 if "_float64_" in run["pipeline"] else 4
-    large = [time for name, time in times.items()
-             if 2 * width * math.prod(map(int, name.split(" x "))) >= BEYOND_CACHE]
-    return times | {"growth": max(large) / min(large)}
+    row = times(run)
+    large = [time for shape, time in row.items()
+             if 2 * bytes_of(run["pipeline"]) * math.prod(map(int, shape.split("x")))
+             >= BEYOND_CACHE]
+    return row | {"growth": max(large) / min(large)}
+
+
+def stride_contenders(name):
+    shapes = (["256x256x64", "1024x64x64"] if is_3d(name)
+              else ["1024x1024", "2048x512", "8192x128"])
+    return {shape + padding: f"pipeline/{shape}{padding}"
+            for shape in shapes for padding in ("", "+16")}
 
 
 def stride_row(run):
-    return {name: ratio(run, name, name + " padded")
-            for name in run["ns"] if not name.endswith(" padded")}
+    return {shape: ratio(run, shape, shape + "+16")
+            for shape in run["ns"] if not shape.endswith("+16")}
 
 
-def pool_row(run):
-    return {name: median(samples) / 1000 for name, samples in run["ns"].items()}
+def pool_contenders(name):
+    shape = "64x64x8" if is_3d(name) else "64x64"
+    return {"TBB, one thread": f"pipeline/{shape}", "TBB, two threads": f"pipeline/{shape}/2",
+            "runtime's pool, two threads": f"pool/{shape}/2"}
+
+
+def clamp_contenders(name):
+    if is_3d(name):
+        shapes = {"interior": "512x128x64", "one plane": "4096x64x1", "two planes": "4096x32x2",
+                  "one row a plane": "4096x1x64"}
+        rows = "64x64"
+    else:
+        shapes = {"interior": "4096x256", "one row": "65536x1", "two rows": "65536x2"}
+        rows = "4096"
+    found = {label: f"pipeline/{shape}" for label, shape in shapes.items()}
+    for vectors in NARROW:
+        shape = f"{vectors * lanes(name)}x{rows}"
+        found |= {f"{vectors} vectors": f"pipeline/{shape}", f"{vectors} empty": f"empty/{shape}"}
+    return found
 
 
 def clamp_row(run):
-    """Of narrow rows, the empty tasks of the parallel loop are taken off."""
-    times = {name: median(samples) for name, samples in run["ns"].items()}
-    empty, interior = times.pop("empty tasks for one row"), times.pop("interior")
-    lanes = (2 if run["pipeline"].endswith("_none") else 4) * (
-        1 if "_float64_" in run["pipeline"] else 2)
-    row = {}
-    for name, time in times.items():
-        if name.endswith(" vectors"):
-            time -= empty / (int(name.split()[0]) * lanes)
-        row[name] = time / interior
-    return row
+    """Narrow rows are short tasks: what the parallel loop takes for empty ones is taken off."""
+    row = times(run)
+    interior = row.pop("interior")
+    for vectors in NARROW:
+        row[f"{vectors} vectors"] -= row.pop(f"{vectors} empty")
+    return {label: time / interior for label, time in row.items()}
+
+
+def in_line_contenders(name):
+    shape = f"{lanes(name)}x64x64" if is_3d(name) else f"{lanes(name)}x4096"
+    return {kind: f"{kind}/{shape}" for kind in ("pipeline", "scalar")}
 
 
 def in_line_row(run):
-    return {"time": median(run["ns"]["pipeline"]), "scalar": median(run["ns"]["scalar"]),
+    row = times(run)
+    return {"time": row["pipeline"], "scalar": row["scalar"],
             "time / scalar": ratio(run, "pipeline", "scalar")}
 
 
-ROWS = {"size": size_row, "stride": stride_row, "pool": pool_row, "clamp": clamp_row,
-        "in line": in_line_row}
+class Group(NamedTuple):
+    title: str
+    contenders: callable
+    row: callable
+    most: float = math.inf    # for the columns below, or for all
+    columns: tuple = ()
+
+
+GROUPS = {
+    "size": Group("ns for one element by size; growth is the dearest size over the cheapest, of "
+                  "those of at least 8 MiB for input and output",
+                  size_contenders, size_row, 1.15, ("growth",)),
+    "stride": Group("strides that are powers of two, over those that are 16 elements longer",
+                    stride_contenders, stride_row, 1.15),
+    "pool": Group("ns for one element of 64 x 64, or 64 x 64 x 8", pool_contenders, times),
+    "clamp": Group("clamped forms over the interior", clamp_contenders, clamp_row, 2),
+    "in line": Group("in line (pictures one vector wide), ns for one element",
+                     in_line_contenders, in_line_row, 1.5, ("time / scalar",)),
+}
 
 
 def tables(runs):
     """(title, table) for each group, pictures and volumes apart."""
-    for group, title in TITLES.items():
-        for dimensions in "23":
-            rows = [{"pipeline": run["pipeline"]} | ROWS[group](run) for run in runs
-                    if run["group"] == group and run["pipeline"][len("diffusefilt")] == dimensions]
+    for name, group in GROUPS.items():
+        for volumes in (False, True):
+            rows = [{"pipeline": run["pipeline"]} | group.row(run) for run in runs
+                    if run["group"] == name and is_3d(run["pipeline"]) == volumes]
             if rows:
-                yield f"{dimensions}-D, {title}", table(rows)
+                yield f"{'3-D' if volumes else '2-D'}, {group.title}", table(rows)
 
 
-def aims(runs):
-    for run in runs:
-        row = ROWS[run["group"]](run)
-        if run["group"] == "size":
-            yield Aim(run, "cost of an element within 1.15 of itself beyond the caches",
-                      row["growth"], row["growth"] <= 1.15)
-        elif run["group"] == "stride":
-            for name, value in row.items():
-                yield Aim(run, f"{name}: at most 1.15 of a padded stride", value, value <= 1.15)
-        elif run["group"] == "clamp":
-            for name, value in row.items():
-                yield Aim(run, f"{name}: at most 2 times the interior", value, value <= 2)
-        elif run["group"] == "in line":
-            value = row["time / scalar"]
-            yield Aim(run, "in line at most 1.5 times the scalar loop", value, value <= 1.5)
+def aims(run):
+    group = GROUPS[run["group"]]
+    for label, value in group.row(run).items():
+        if group.most != math.inf and (not group.columns or label in group.columns):
+            yield Aim(run["pipeline"], f"{run['group']}, {label}: at most {group.most}", value,
+                      value <= group.most)
