@@ -1,0 +1,29 @@
+#include "frame/pipelineNames.h"
+#include "peers.h"
+
+#define NATURAL(name) NATURAL_OF(name)
+#define NATURAL_OF(name) natural_##name
+
+#define PIPELINE(...)                                                               \
+    extern "C" int NATURAL(DIFFUSEFILT_NAME(__VA_ARGS__))(halide_buffer_t*, double, \
+                                                          halide_buffer_t*);
+#include "frame/pipelines.def"
+
+namespace peers {
+
+Step naturalHalide(std::string_view pipeline) {
+    static constexpr struct {
+        std::string_view pipeline;
+        Step step;
+    } all[] = {
+#define PIPELINE(...) \
+    {DIFFUSEFILT_TEXT(DIFFUSEFILT_NAME(__VA_ARGS__)), NATURAL(DIFFUSEFILT_NAME(__VA_ARGS__))},
+#include "frame/pipelines.def"
+    };
+    for (const auto& row : all) {
+        if (row.pipeline == pipeline) return row.step;
+    }
+    return nullptr;
+}
+
+}  // namespace peers

@@ -1,0 +1,37 @@
+// What a pipeline is held against. Each does its work on one thread, but for the natural
+// Halide filters, which run on the library's parallel loop.
+#pragma once
+
+#include <HalideRuntime.h>
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "PipelineVariant.h"
+
+namespace peers {
+
+// The limits: what a pipeline cannot be faster than.
+
+// `count` true divisions of whole vectors of the variant, independent of each other.
+void divideVectors(diffusefilt::PipelineVariant variant, int64_t count);
+
+// `count` calls of libm's exp, on the arguments in turn.
+void callExp(const std::vector<double>& arguments, int64_t count);
+
+// The filter as a host's own loop: one element after another, without vectors, the
+// exponential from libm. `input` has the extents of `output`, and min 0 in each dimension.
+void scalarLoop(diffusefilt::PipelineVariant variant, const halide_buffer_t& input,
+                double threshold, const halide_buffer_t& output);
+
+// The same filter in Halide with its natural schedule, by the pipeline's name.
+using Step = int (*)(halide_buffer_t* input, double threshold, halide_buffer_t* output);
+Step naturalHalide(std::string_view pipeline);
+
+// `steps` steps of ITK's GradientAnisotropicDiffusionImageFilter on a dense buffer, on one
+// thread. Its conductance is exponential too, of a difference together with those across it, with
+// a threshold relative to the mean gradient. Ends a program that was built without ITK.
+void itkSteps(const halide_buffer_t& input, int steps);
+
+}  // namespace peers
