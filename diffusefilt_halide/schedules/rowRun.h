@@ -21,37 +21,21 @@ struct RowRun {
     Rows<T, planes> rows;
     T* outRow;  // the output element at column 0
 
-    [[gnu::always_inline]] void run(Clamp rowClamp) const noexcept {
-        for (const Range& range : vectorCut(record, rowClamp, F::lanes)) {
-            const Range whole = wholePart(range);
-            if (range.begin < whole.begin) clampedVectors(range.begin, whole.begin);
-            wholeVectors(whole);
-            if (whole.end < range.end) clampedVectors(whole.end, range.end);
-        }
-    }
-
-    // The vectors of a range that no clamp acts on and that are not shifted.
-    [[gnu::always_inline]] Range wholePart(Range range) const noexcept {
-        if (range.clamp == Clamp::none) return range;
-        const int64_t first = record.outMin0;
-        const int64_t last = smaller(record.lastVectorX, minus(record.inputMax0, F::lanes));
-        const auto within = [&](int64_t v) __attribute__((always_inline)) {
-            return v < range.begin ? range.begin : v > range.end ? range.end : int32_t(v);
-        };
-        const int32_t begin = within(vectorsWithin(-first, F::lanes));
-        const int32_t end = within(vectorsWithin(last - first, F::lanes));
-        return {begin, larger(begin, end), Clamp::none};
+    [[gnu::always_inline]] void run(Segment segment) const noexcept {
+        if (segment.begin < segment.wholeBegin) clampedVectors(segment.begin, segment.wholeBegin);
+        wholeVectors(segment.wholeBegin, segment.wholeEnd);
+        if (segment.wholeEnd < segment.end) clampedVectors(segment.wholeEnd, segment.end);
     }
 
     // The loop runs on a copy of its rows: what it reads of them then stays in registers,
     // for no store of its own can be taken to change it. It asks early for the lines that
     // no row before it has touched: in images larger than the cache the float32 steps
     // would wait for them for a twentieth of their time.
-    [[gnu::always_inline]] void wholeVectors(Range range) const noexcept {
+    [[gnu::always_inline]] void wholeVectors(int32_t begin, int32_t end) const noexcept {
         constexpr int ahead = 512 / sizeof(T);
         const RowRun row = *this;
-        int64_t x = plus(record.outMin0, times(range.begin, F::lanes));
-        for (int32_t v = range.begin; v < range.end; ++v, x += F::lanes) {
+        int64_t x = plus(record.outMin0, times(begin, F::lanes));
+        for (int32_t v = begin; v < end; ++v, x += F::lanes) {
             const WholeOperands<V, planes> read{row.rows, x};
             __builtin_prefetch(row.rows.at(newestRow(variant), x + ahead));
             __builtin_prefetch(row.outRow + x + ahead);

@@ -54,7 +54,23 @@ template <Connectivity connectivity, class T>
     }
 }
 
-// The segments of a row, in vectors of L lanes.
+// A segment of a row, in vectors. From wholeBegin to wholeEnd they are read whole: no clamp
+// acts on them, and none is shifted.
+struct Segment {
+    int32_t begin, wholeBegin, wholeEnd, end;
+};
+
+struct Segments {
+    Segment segments[3];
+    int count;
+
+    [[gnu::always_inline]] constexpr const Segment* begin() const noexcept { return segments; }
+    [[gnu::always_inline]] constexpr const Segment* end() const noexcept {
+        return segments + count;
+    }
+};
+
+// The cut of a row, in vectors of L lanes.
 template <template <Connectivity, class> class Record, Connectivity connectivity, class T>
 [[gnu::always_inline]] constexpr Cut vectorCut(const Record<connectivity, T>& record,
                                                Clamp rowClamp, int lanes) noexcept {
@@ -68,6 +84,31 @@ template <template <Connectivity, class> class Record, Connectivity connectivity
         const int32_t span = record.unclampedSpan;
         return cutOfMaximal(0, span < 0 ? 0 : vectorsWithin(span, lanes), record.vectorCount);
     }
+}
+
+template <class Record>
+[[gnu::always_inline]] constexpr Segment segmentOf(const Record& record, Range range,
+                                                   int lanes) noexcept {
+    if (range.clamp == Clamp::none) return {range.begin, range.begin, range.end, range.end};
+    const int64_t first = record.outMin0;
+    const int64_t last = smaller(record.lastVectorX, minus(record.inputMax0, lanes));
+    const auto within = [&](int64_t v) __attribute__((always_inline)) {
+        return v < range.begin ? range.begin : v > range.end ? range.end : int32_t(v);
+    };
+    const int32_t wholeBegin = within(vectorsWithin(-first, lanes));
+    const int32_t wholeEnd = within(vectorsWithin(last - first, lanes));
+    return {range.begin, wholeBegin, larger(wholeBegin, wholeEnd), range.end};
+}
+
+// The segments of all rows of a clamp: worked out once for the rows of a plane.
+template <class Record>
+[[gnu::always_inline]] constexpr Segments rowSegments(const Record& record, Clamp rowClamp,
+                                                      int lanes) noexcept {
+    Segments row{};
+    for (const Range& range : vectorCut(record, rowClamp, lanes)) {
+        row.segments[row.count++] = segmentOf(record, range, lanes);
+    }
+    return row;
 }
 
 }  // namespace diffusefilt

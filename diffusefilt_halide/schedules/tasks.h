@@ -9,15 +9,14 @@ namespace diffusefilt {
 
 // `outRow` is the index, from the output's host pointer, of column 0.
 template <PipelineVariant variant>
-[[gnu::always_inline]] inline void runRow(const Closure<variant>& record,
-                                          const Scalars<Form<variant, Path::parallel>>& scalars,
-                                          const PlaneTerms<RowRun<variant>::planes>& planeTerms,
-                                          int64_t outRow, int32_t y, Clamp rowClamp) noexcept {
-    const RowRun<variant> row{record, scalars,
-                              rowsAround(record.inputHost, planeTerms, rowClamp, y,
-                                         record.inputExtent1, record.inputStride1),
-                              record.outputHost + outRow};
-    row.run(rowClamp);
+[[gnu::always_inline]] inline RowRun<variant> rowAt(
+    const Closure<variant>& record, const Scalars<Form<variant, Path::parallel>>& scalars,
+    const PlaneTerms<RowRun<variant>::planes>& planeTerms, int64_t outRow, int32_t y,
+    Clamp rowClamp) noexcept {
+    return {record, scalars,
+            rowsAround(record.inputHost, planeTerms, rowClamp, y, record.inputExtent1,
+                       record.inputStride1),
+            record.outputHost + outRow};
 }
 
 template <PipelineVariant variant>
@@ -25,7 +24,11 @@ template <PipelineVariant variant>
     const Scalars<Form<variant, Path::parallel>> scalars(record.gradTIn, 0);
     const PlaneTerms<1> planeTerms{{negated(record.inputOffset)}};
     const int64_t outRow = minus(offsetOf(y, record.outStride1), record.outputOffset);
-    runRow<variant>(record, scalars, planeTerms, outRow, y, rowClampAt(record, y));
+    const Clamp clamp = rowClampAt(record, y);
+    const auto row = rowAt<variant>(record, scalars, planeTerms, outRow, y, clamp);
+    for (const Range& range : vectorCut(record, clamp, variant.lanes())) {
+        row.run(segmentOf(record, range, variant.lanes()));
+    }
 }
 
 template <PipelineVariant variant>
@@ -38,9 +41,11 @@ template <PipelineVariant variant>
     const int64_t outPlane = minus(offsetOf(z, record.outStride2), record.outputOffset);
     for (const Range& group : rowCut(record, planeClamp)) {
         const Scalars<Form<variant, Path::parallel>> scalars(record.gradTIn, corner);
+        const Segments segments = rowSegments(record, group.clamp, variant.lanes());
         for (int32_t y = group.begin; y < group.end; ++y) {
             const int64_t outRow = plus(offsetOf(y, record.outStride1), outPlane);
-            runRow<variant>(record, scalars, planeTerms, outRow, y, group.clamp);
+            const auto row = rowAt<variant>(record, scalars, planeTerms, outRow, y, group.clamp);
+            for (const Segment& segment : segments) row.run(segment);
         }
     }
 }
