@@ -46,6 +46,7 @@ import diffusefilt
 from diffusefilt_library import INSTRUCTION_SETS
 
 INTERPRETER = 100_000_000  # bytes of a worker that has not read anything
+LOSSLESS = ("blosc", "bz2", "gzip", "lz4", "lzma", "zlib", "zstd")  # compressors; filters may round
 
 _one_task_at_a_time = threading.Lock()
 
@@ -59,14 +60,14 @@ def filter_store(source: str, target: str, threshold: float, iterations: int,
     """Filters the Zarr array in the folder `source` into a new one, the folder `target`.
 
     source: (rows, columns) or (planes, rows, columns) of float32 or float64. The target gets its
-        shape, dtype, compressor, attributes and chunks; the chunks become flatter where there
-        are not as many of them along the slowest axis as slabs.
+        shape, dtype, attributes and chunks, and its compressor if that is known to lose nothing.
+        The chunks become flatter where there are fewer along the slowest axis than slabs.
     threshold, connectivity, conduction: as in diffusefilt.step.
     iterations: number of steps, at least 1.
     instruction_set: "auto" is the best one that all workers of now can run.
     client: of the cluster to use; by default local_client(), for the time of the call.
-    slabs: number of slabs, at most as many as planes; as many as memory asks for by default. A
-        task holds about two slabs, and once the chunks of `source` that it reads.
+    slabs: number of slabs, at most as many as planes; by default as few as the
+        workers' memory allows, but two for each.
     progress: called with (steps done, iterations) after each step.
 
     Errors: FileExistsError if `target` exists; those of diffusefilt.step; those of Zarr and of the
@@ -188,9 +189,12 @@ def _slabs_for(client: distributed.Client, volume: zarr.Array) -> int:
 
 
 def _create_like(volume: zarr.Array, path: str, planes: int) -> None:
+    compressor = volume.compressor
+    if compressor is not None and compressor.codec_id not in LOSSLESS:
+        compressor = "default"
     created = zarr.open_array(path, mode="w-", shape=volume.shape, dtype=volume.dtype,
-                              chunks=(planes, *volume.chunks[1:]), compressor=volume.compressor,
-                              filters=volume.filters, fill_value=0)
+                              chunks=(planes, *volume.chunks[1:]), compressor=compressor,
+                              fill_value=0)
     created.attrs.update(volume.attrs.asdict())
 
 

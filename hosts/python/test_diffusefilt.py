@@ -122,14 +122,11 @@ class Refusals(unittest.TestCase):
             (TypeError, "not MaskedArray", lambda: step(np.ma.masked_array(image), 1)),
             (TypeError, "not <i2 .int16.", lambda: step(image.astype("int16"), 1)),
             (TypeError, "not >f8", lambda: step(image.astype(">f8"), 1)),
-            (ValueError, "dimensions, not 1", lambda: step(image[0], 1)),
             (ValueError, "dimensions, not 4", lambda: step(np.zeros((2, 2, 2, 2)), 1)),
             (ValueError, "threshold .* not nan", lambda: step(image, np.nan)),
             (ValueError, "threshold .* not 0", lambda: step(image, 0)),
-            (ValueError, "threshold .* not -1", lambda: step(image, -1)),
             (ValueError, "float32, not 1e-39", lambda: step(image.astype("float32"), 1e-39)),
             (ValueError, "minimal, maximal, not 'both'", lambda: step(image, 1, "both")),
-            (ValueError, "exponential, not 'x'", lambda: step(image, 1, conduction="x")),
             (ValueError, "avx2, not 'sse'", lambda: step(image, 1, instruction_set="sse")),
             (ValueError, "share memory", lambda: step(image, 1, out=image[::-1])),
             (ValueError, r"shape \(6, 8\)", lambda: step(image, 1, out=image.T)),
@@ -145,8 +142,6 @@ class Refusals(unittest.TestCase):
              lambda: diffusefilt.step_slab(image, 1, first=4, extent=9, start=8, stop=10)),
             (ValueError, "3 .. 8 of 9 are not",
              lambda: diffusefilt.step_slab(image, 1, first=3, extent=9, start=3, stop=5)),
-            (ValueError, "0 .. 5 of 9 are not",
-             lambda: diffusefilt.step_slab(image, 1, first=0, extent=9, start=3, stop=6)),
         ]
         with mock.patch("diffusefilt_library._best", "none"):
             with self.assertRaisesRegex(ValueError, "cannot run the avx pipelines"):
