@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 
 #include "peers.h"
@@ -38,11 +39,12 @@ void divideVectors(diffusefilt::PipelineVariant variant, int64_t count) {
 }
 
 void callExp(const std::vector<double>& arguments, int64_t count) {
-    size_t at = 0;
-    for (int64_t i = 0; i < count; ++i) {
-        const double result = std::exp(arguments[at]);
-        asm volatile("" : : "x"(result));
-        if (++at == arguments.size()) at = 0;
+    for (int64_t left = count; left > 0; left -= int64_t(arguments.size())) {
+        const double* const end = arguments.data() + std::min(left, int64_t(arguments.size()));
+        for (const double* u = arguments.data(); u != end; ++u) {
+            const double result = std::exp(*u);
+            asm volatile("" : : "x"(result));
+        }
     }
 }
 
