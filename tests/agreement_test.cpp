@@ -1,8 +1,6 @@
 // Every pipeline of the table against the scalar reference, bit for bit: random calls on
-// guarded memory, with 1, 2 and 7 threads.
-//
-// DIFFUSEFILT_CALLS sets the number of calls for a pipeline, DIFFUSEFILT_SEED replays the
-// one call of a reported seed.
+// guarded memory, with 1, 2, 3, 7 and 10 threads. DIFFUSEFILT_SEED replays the one call of a
+// reported seed.
 #include <HalideRuntime.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -10,16 +8,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "reference/Reference.h"
 #include "support/Bits.h"
+#include "support/CallCount.h"
 #include "support/GuardedBuffer.h"
 #include "support/HalideBuffer.h"
-#include "support/Pipelines.h"
+#include "support/PipelineTest.h"
 #include "support/RandomCall.h"
 #include "support/RandomNumbers.h"
 #include "support/TaskObserver.h"
@@ -27,19 +25,18 @@
 
 namespace {
 
-using diffusefilt::ElementType;
-using diffusefilt::PipelineVariant;
 using namespace support;
 
+constexpr int threadCounts[] = {1, 2, 3, 7, 10};
 constexpr std::size_t bufferCapacity = std::size_t{1} << 20;
 
 void failOnError(void*, const char* message) {
     ADD_FAILURE() << "reported: " << message;
 }
 
-int64_t environmentNumber(const char* name, int64_t otherwise) {
-    const char* text = std::getenv(name);
-    return text != nullptr ? static_cast<int64_t>(std::strtoull(text, nullptr, 0)) : otherwise;
+bool hasNegativeStride(const Shape& shape) {
+    return std::any_of(shape.stride, shape.stride + shape.dimensions,
+                       [](int32_t stride) { return stride < 0; });
 }
 
 // A fault on a guard page ends the process, so the call that made it is named first.
@@ -67,10 +64,11 @@ public:
         const Span outputSpan = spanOf(call.output);
         T* input = input_.place<T>(inputSpan.count, call.inputPlacement);
         T* output = output_.place<T>(outputSpan.count, call.outputPlacement);
-        // The margin on the side without a guard.
-        const int64_t before = call.outputPlacement == Placement::atEnd ? margin : 0;
+        // The margins on the sides without a guard.
+        const int64_t before = call.outputPlacement == Placement::atBeginning ? 0 : margin;
+        const int64_t behind = call.outputPlacement == Placement::atEnd ? 0 : margin;
         T* const watched = output - before;
-        const int64_t watchedCount = outputSpan.count + margin;
+        const int64_t watchedCount = before + outputSpan.count + behind;
         expected_.assign(watchedCount, junk);
         std::fill_n(watched, watchedCount, junk);
         input_.makeWritable();
@@ -113,12 +111,10 @@ private:
     std::vector<T> expected_;
 };
 
-class Agreement : public testing::TestWithParam<Pipeline> {
+class Agreement : public PipelineTest {
 protected:
     void SetUp() override {
-        if (!processorRuns(GetParam().variant.instructionSet)) {
-            GTEST_SKIP() << "the processor lacks the instruction set";
-        }
+        PipelineTest::SetUp();
         struct sigaction action = {};
         action.sa_handler = nameCall;
         sigaction(SIGSEGV, &action, &previousFaultAction);
@@ -128,20 +124,21 @@ protected:
         halide_set_error_handler(previousHandler_);
     }
 
-    PipelineVariant variant() const { return GetParam().variant; }
-
     template <class T>
     void compareCalls();
     template <class T>
     void comparePortion(Comparison<T>& comparison, int threads, int64_t calls);
     template <class T>
     void meetOnWideImage(int threads);
+    void recordFigures(int64_t calls);
 
     TaskObserver observer_;
     halide_error_handler_t previousHandler_ = halide_set_error_handler(failOnError);
     RandomNumbers seeds_{20240501};
     int64_t inLineCalls_ = 0;
     int64_t parallelCalls_ = 0;
+    int64_t negativeStrides_ = 0;
+    int64_t placed_[2][placements] = {};  // calls with the input, the output at each placement
 };
 
 template <class T>
@@ -154,14 +151,32 @@ void Agreement::compareCalls() {
         ASSERT_EQ(comparison.run(call), "") << describe(call);
         return;
     }
-    const int64_t calls =
-        environmentNumber("DIFFUSEFILT_CALLS", variant().dimensions == 2 ? 20000 : 10000);
-    for (const int threads : {1, 2, 7}) {
-        withThreads(threads, [&] { comparePortion(comparison, threads, calls / 3 + 1); });
+    const int64_t calls = callCount(variant().dimensions == 2 ? 20000 : 10000, 20000);
+    for (const int threads : threadCounts) {
+        withThreads(threads, [&] {
+            comparePortion(comparison, threads, calls / std::ssize(threadCounts) + 1);
+        });
         if (HasFatalFailure()) return;
     }
     EXPECT_GT(inLineCalls_, calls / 4);
     EXPECT_GT(parallelCalls_, calls / 4);
+    EXPECT_GT(negativeStrides_, calls / 4);
+    for (const auto& ofBuffer : placed_) {
+        for (const int64_t count : ofBuffer) EXPECT_GE(count, calls < 20000 ? calls / 4 : 5600);
+    }
+    recordFigures(calls);
+}
+
+void Agreement::recordFigures(int64_t calls) {
+    const auto both = [&](Placement placement) {
+        const int at = static_cast<int>(placement);
+        return std::to_string(std::min(placed_[0][at], placed_[1][at]));
+    };
+    RecordProperty("calls that agree with the reference", std::to_string(calls));
+    RecordProperty("with negative strides", std::to_string(negativeStrides_));
+    RecordProperty("input, and output, ends at a guard page", both(Placement::atEnd));
+    RecordProperty("input, and output, begins at a guard page", both(Placement::atBeginning));
+    RecordProperty("input, and output, far from a guard page", both(Placement::inMiddle));
 }
 
 template <class T>
@@ -174,6 +189,9 @@ void Agreement::comparePortion(Comparison<T>& comparison, int threads, int64_t c
         ASSERT_EQ(observer_.tasks(), wantedTasks) << describe(call);
         ASSERT_LE(observer_.threads(), threads);
         ++(call.inLine ? inLineCalls_ : parallelCalls_);
+        negativeStrides_ += hasNegativeStride(call.input) || hasNegativeStride(call.output);
+        ++placed_[0][static_cast<int>(call.inputPlacement)];
+        ++placed_[1][static_cast<int>(call.outputPlacement)];
     }
 }
 
@@ -198,24 +216,15 @@ void Agreement::meetOnWideImage(int threads) {
 }
 
 TEST_P(Agreement, RandomCallsMatchTheReference) {
-    if (variant().elementType == ElementType::float32) {
-        compareCalls<float>();
-    } else {
-        compareCalls<double>();
-    }
+    inElementType([&]<class T>(T) { compareCalls<T>(); });
 }
 
 TEST_P(Agreement, ThreadsShareOneCall) {
-    for (const int threads : {1, 2, 7}) {
-        if (variant().elementType == ElementType::float32) {
-            meetOnWideImage<float>(threads);
-        } else {
-            meetOnWideImage<double>(threads);
-        }
+    for (const int threads : threadCounts) {
+        inElementType([&]<class T>(T) { meetOnWideImage<T>(threads); });
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Pipelines, Agreement, testing::ValuesIn(pipelines()),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Pipelines, Agreement, testing::ValuesIn(pipelines()), nameOf);
 
 }  // namespace

@@ -1,12 +1,15 @@
-// The checks of an entry: each row broken by itself, with its exact words and code, and
-// every two together, to hold the order.
+// The checks of an entry: each row broken by itself, with its exact words and code, and any
+// together, to hold the order.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <climits>
 #include <functional>
 
+#include "support/CallCount.h"
 #include "support/FrameCall.h"
+#include "support/FrameTrial.h"
+#include "support/RandomNumbers.h"
 
 namespace {
 
@@ -98,28 +101,7 @@ std::vector<Fault> faultsOf(const Pipeline& pipeline) {
     return faults;
 }
 
-// The numbers that a second fault may change, behind "at " and "(", are taken out.
-std::string withoutCoordinates(const std::string& message) {
-    std::string kept;
-    for (size_t i = 0; i < message.size(); ++i) {
-        if (kept.ends_with("at ") || kept.ends_with('(')) {
-            i = message.find_first_not_of("-0123456789", i);
-        }
-        kept += message[i];
-    }
-    return kept;
-}
-
-// The kind of fault at one place: two of one place cannot be planted together.
-std::string placeOf(const Fault& fault) {
-    const std::string name = fault.name;
-    for (const char* place : {"InputBounds", "InputExtent"}) {
-        if (name.starts_with(place)) return std::string("Input") + name.back();
-    }
-    return name;
-}
-
-class Ladder : public testing::TestWithParam<Pipeline> {
+class Ladder : public PipelineTest {
 protected:
     int32_t lanes() const { return GetParam().variant.lanes(); }
     MessageCatcher catcher_;
@@ -137,41 +119,21 @@ TEST_P(Ladder, EachRowSpeaksInItsWords) {
     }
 }
 
-TEST_P(Ladder, OfTwoFaultsTheFirstReports) {
-    const auto faults = faultsOf(GetParam());
-    for (size_t first = 0; first < faults.size(); ++first) {
-        for (size_t second = first + 1; second < faults.size(); ++second) {
-            if (placeOf(faults[first]) == placeOf(faults[second])) continue;
-            SCOPED_TRACE(std::string(faults[first].name) + " and " + faults[second].name);
-            FrameCall call(GetParam(), lanes());
-            faults[second].plant(call);
-            faults[first].plant(call);
-            catcher_.messages().clear();
-            EXPECT_EQ(call.run(), faults[first].code);
-            ASSERT_EQ(catcher_.messages().size(), 1u);
-            EXPECT_EQ(withoutCoordinates(catcher_.messages()[0]),
-                      withoutCoordinates(faults[first].message));
-        }
+// Records with any number of faults, queried ones and sound ones, against the model.
+TEST_P(Ladder, ArbitraryRecordsMatchTheModel) {
+    FrameTrial trial;
+    RandomNumbers random(20240609);
+    const int64_t calls = callCount(2000, 100000);
+    for (int64_t i = 0; i < calls; ++i) {
+        uint64_t bytes[16];
+        for (uint64_t& b : bytes) b = random.next();
+        const char* wrong = trial.run(GetParam(), reinterpret_cast<uint8_t*>(bytes), sizeof bytes);
+        ASSERT_EQ(wrong, nullptr) << wrong << " of call " << i;
     }
-}
-
-TEST_P(Ladder, TypesAreTriedMemberByMember) {
-    const int bits = GetParam().variant.elementBits();
-    const std::pair<halide_type_t, std::string> types[] = {
-        {{halide_type_float, static_cast<uint8_t>(96 - bits)}, "float" + std::to_string(96 - bits)},
-        {{halide_type_float, static_cast<uint8_t>(bits), 4}, "float" + std::to_string(bits) + "x4"},
-        {{halide_type_handle, static_cast<uint8_t>(bits)}, "handle" + std::to_string(bits)},
-        {{static_cast<halide_type_code_t>(9), static_cast<uint8_t>(bits)},
-         "bad_type_code" + std::to_string(bits)}};
-    for (const auto& [type, text] : types) {
-        FrameCall call(GetParam(), lanes());
-        call.input.type = type;
-        catcher_.messages().clear();
-        EXPECT_EQ(call.run(), -3);
-        EXPECT_EQ(catcher_.messages(),
-                  std::vector{"Input buffer keyimForType has type float" + std::to_string(bits) +
-                              " but type of the buffer passed in is " + text});
-    }
+    EXPECT_GT(trial.filtered(), calls / 50);
+    EXPECT_GT(trial.refused(), calls / 5);
+    EXPECT_GT(trial.answered(), calls / 10);
+    RecordProperty("arbitrary records that match the model", std::to_string(calls));
 }
 
 // What no row looks at: the dimension count, flags, other strides, the threshold.

@@ -29,7 +29,7 @@ std::set<std::string> surface() {
 Words dynamicEntries(const std::string& tag) {
     Words values;
     for (const Words& w : linesOf("readelf -dW " LIBRARY)) {
-        if (w.size() > 2 && w[1] == "(" + tag + ")") values.push_back(w.back());
+        if (w.size() > 1 && w[1] == "(" + tag + ")") values.push_back(w.back());
     }
     return values;
 }
@@ -57,6 +57,18 @@ TEST(Surface, LibrariesAndPathStandInTheirOrder) {
     EXPECT_EQ(dynamicEntries("RPATH"), Words{"[$ORIGIN:$ORIGIN/../lib:$ORIGIN/../../lib]"});
     EXPECT_EQ(dynamicEntries("RUNPATH"), Words{});
     EXPECT_EQ(dynamicEntries("SONAME"), Words{});
+}
+
+// What the loader makes read-only, and what it never makes executable.
+TEST(Surface, IsHardened) {
+    std::set<std::string> segments;
+    for (const Words& w : linesOf("readelf -lW " LIBRARY)) {
+        if (w.size() > 6 && w[0].starts_with("GNU_")) segments.insert(w[0] + " " + w[6]);
+    }
+    EXPECT_TRUE(segments.contains("GNU_STACK RW"));
+    EXPECT_TRUE(segments.contains("GNU_RELRO R"));
+    EXPECT_EQ(dynamicEntries("BIND_NOW").size(), 1u);
+    EXPECT_EQ(dynamicEntries("TEXTREL"), Words{});
 }
 
 // One initialiser of ours beside the compiler's own, and the runtime's four clean-ups.

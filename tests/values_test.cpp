@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "support/Bits.h"
-#include "support/Pipelines.h"
+#include "support/PipelineTest.h"
 #include "support/SmallImage.h"
 
 namespace {
@@ -21,18 +21,8 @@ using namespace support;
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-class Values : public testing::TestWithParam<Pipeline> {
+class Values : public PipelineTest {
 protected:
-    void SetUp() override {
-        if (!processorRuns(variant().instructionSet)) {
-            GTEST_SKIP() << "the processor lacks the instruction set";
-        }
-    }
-
-    PipelineVariant variant() const { return GetParam().variant; }
-    bool planar() const { return variant().dimensions == 2; }
-    bool minimal() const { return variant().connectivity == Connectivity::minimal; }
-    bool narrow() const { return variant().elementType == ElementType::float32; }
     bool inlineExponential() const {
         return narrow() && variant().conduction == Conduction::exponential;
     }
@@ -80,11 +70,6 @@ protected:
     T conductanceOfOne() const {
         if (variant().conduction == Conduction::quadratic) return T(0.5);
         return choose<T>(0x3ebc5ab2, std::bit_cast<uint64_t>(std::exp(-1.0)));
-    }
-
-    template <class Body>
-    void inElementType(Body body) {
-        narrow() ? body(float{}) : body(double{});
     }
 };
 
@@ -215,7 +200,6 @@ TEST_P(Values, SumKeepsItsOrder) {
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Pipelines, Values, testing::ValuesIn(pipelines()),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Pipelines, Values, testing::ValuesIn(pipelines()), nameOf);
 
 }  // namespace

@@ -3,12 +3,10 @@
 
 #include <HalideRuntime.h>
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
-#include "support/Pipelines.h"
+#include "support/PipelineTest.h"
 
 namespace support {
 
@@ -48,6 +46,10 @@ struct FrameCall {
 
     int run() { return pipeline->entry(inputArgument, gradTIn, outputArgument); }
 
+    void fillInput() {
+        for (size_t i = 0; i < inputMemory.size(); ++i) inputMemory[i] = std::byte((i * i) % 61);
+    }
+
     bool outputIsUntouched() const {
         for (const std::byte b : outputMemory) {
             if (b != std::byte{0x5a}) return false;
@@ -79,9 +81,5 @@ private:
         buffer.dim = dim;
     }
 };
-
-inline std::string nameOf(const ::testing::TestParamInfo<Pipeline>& info) {
-    return info.param.name;
-}
 
 }  // namespace support

@@ -40,9 +40,11 @@ void GuardedBuffer::makeWritable() {
     protect(begin_, capacity_, PROT_READ | PROT_WRITE);
 }
 
-void* GuardedBuffer::placeBytes(std::size_t bytes, Placement placement) {
+void* GuardedBuffer::placeBytes(std::size_t bytes, std::size_t alignment, Placement placement) {
     if (bytes > capacity_) throw std::length_error("block larger than the guarded buffer");
-    return placement == Placement::atBeginning ? begin_ : begin_ + (capacity_ - bytes);
+    const std::size_t room = capacity_ - bytes;
+    if (placement == Placement::atBeginning) return begin_;
+    return begin_ + (placement == Placement::atEnd ? room : room / 2 / alignment * alignment);
 }
 
 }  // namespace support

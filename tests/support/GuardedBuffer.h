@@ -6,7 +6,8 @@
 
 namespace support {
 
-enum class Placement { atEnd, atBeginning };
+enum class Placement { atEnd, atBeginning, inMiddle };
+constexpr int placements = 3;
 
 class GuardedBuffer {
 public:
@@ -16,11 +17,12 @@ public:
     GuardedBuffer(const GuardedBuffer&) = delete;
     GuardedBuffer& operator=(const GuardedBuffer&) = delete;
 
-    // A block of `count` elements that ends, or begins, at an inaccessible page. All blocks
-    // of a buffer share its memory. Throws std::length_error above the capacity.
+    // A block of `count` elements that ends or begins at an inaccessible page, or lies far
+    // from both. All blocks of a buffer share its memory. Throws std::length_error above the
+    // capacity.
     template <class T>
     T* place(std::size_t count, Placement placement) {
-        return static_cast<T*>(placeBytes(count * sizeof(T), placement));
+        return static_cast<T*>(placeBytes(count * sizeof(T), sizeof(T), placement));
     }
 
     std::size_t capacity() const { return capacity_; }
@@ -29,7 +31,7 @@ public:
     void makeWritable();
 
 private:
-    void* placeBytes(std::size_t bytes, Placement placement);
+    void* placeBytes(std::size_t bytes, std::size_t alignment, Placement placement);
 
     std::size_t capacity_;
     std::size_t pageSize_;

@@ -174,8 +174,8 @@ RandomCall makeRandomCall(uint64_t seed, int dimensions, int lanes) {
     call.content = static_cast<Content>(random.between(0, 6));
     call.gradTIn = chooseThreshold(random, call.content);
     call.oddPercent = random.chance(25) ? random.between(1, 12) : 0;
-    call.inputPlacement = random.chance(50) ? Placement::atEnd : Placement::atBeginning;
-    call.outputPlacement = random.chance(50) ? Placement::atEnd : Placement::atBeginning;
+    call.inputPlacement = static_cast<Placement>(random.between(0, placements - 1));
+    call.outputPlacement = static_cast<Placement>(random.between(0, placements - 1));
     return call;
 }
 

@@ -1,0 +1,272 @@
+#include "FrameTrial.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "reference/Reference.h"
+#include "support/Bits.h"
+#include "support/HalideBuffer.h"
+#include "support/RandomCall.h"
+
+// Called from the runtime, whose code no memory sanitizer sees.
+#if defined(__has_feature)
+#if __has_feature(memory_sanitizer)
+#include <sanitizer/msan_interface.h>
+#define CALLED_FROM_RUNTIME __attribute__((no_sanitize("memory")))
+#define POISON(memory, bytes) __msan_poison(memory, bytes)
+#endif
+#endif
+#ifndef CALLED_FROM_RUNTIME
+#define CALLED_FROM_RUNTIME
+#define POISON(memory, bytes)
+#endif
+
+namespace support {
+namespace {
+
+using diffusefilt::PipelineVariant;
+
+constexpr int32_t longest = 4096;  // extent that a trial filters
+constexpr int64_t mostElements = 1 << 12;
+
+char messages[256];
+
+CALLED_FROM_RUNTIME void keepMessage(void*, const char* message) {
+    std::size_t at = 0;
+    while (messages[at] != '\0') ++at;
+    while (*message != '\0' && at + 1 < sizeof messages) messages[at++] = *message++;
+}
+
+CALLED_FROM_RUNTIME int runInTurn(void* userContext, halide_task_t task, int min, int extent,
+                                  uint8_t* closure) {
+    int status = 0;
+    for (int i = 0; i < extent && status == 0; ++i) {
+        status = halide_do_task(userContext, task, min + i, closure);
+    }
+    return status;
+}
+
+Shape shapeOf(int dimensions, const halide_dimension_t* dim) {
+    Shape shape = {dimensions, {}, {1, 1, 1}, {}};
+    for (int d = 0; d < dimensions; ++d) {
+        shape.min[d] = dim[d].min;
+        shape.extent[d] = dim[d].extent;
+        shape.stride[d] = dim[d].stride;
+    }
+    return shape;
+}
+
+int64_t elementsOf(const Shape& shape) {
+    int64_t product = 1;
+    for (const int32_t extent : shape.extent) product *= std::min(extent, longest + 1);
+    return product;
+}
+
+// Whether the trial has memory for the shape, and its coordinates do not wrap.
+bool canBeFiltered(const Shape& shape) {
+    for (int d = 0; d < shape.dimensions; ++d) {
+        const int64_t end = int64_t{shape.min[d]} + shape.extent[d];
+        if (shape.extent[d] > longest || end >= std::numeric_limits<int32_t>::max()) return false;
+        if (shape.min[d] == std::numeric_limits<int32_t>::min()) return false;
+    }
+    return elementsOf(shape) <= mostElements && spanOf(shape).count <= 2 * mostElements;
+}
+
+bool hasSeparateElements(const Shape& shape) {
+    const auto pitch = [&](int d) { return std::abs(int64_t{shape.stride[d]}); };
+    const int inner = shape.dimensions == 3 && pitch(2) < pitch(1) ? 2 : 1;
+    const int outer = 3 - inner;
+    if (pitch(inner) < shape.extent[0]) return false;
+    return shape.dimensions == 2 ||
+           pitch(outer) >= pitch(inner) * (shape.extent[inner] - 1) + shape.extent[0];
+}
+
+}  // namespace
+
+// Reads the string; zeros behind its end.
+class FrameTrial::Bytes {
+public:
+    Bytes(const uint8_t* bytes, std::size_t count) : at_(bytes), end_(bytes + count) {}
+
+    uint8_t byte() { return at_ < end_ ? *at_++ : 0; }
+
+    template <class T>
+    T any() {
+        uint64_t value = 0;
+        for (std::size_t i = 0; i < sizeof(T); ++i) value = value << 8 | byte();
+        T result;
+        std::memcpy(&result, &value, sizeof(T));
+        return result;
+    }
+
+    // Mostly the usual value, else one near it or, seldom, any at all.
+    int32_t number(int32_t usual, int unusualOf256) {
+        const int kind = byte();
+        if (kind < 256 - unusualOf256) return usual;
+        return kind < 252 ? usual + static_cast<int8_t>(byte()) / 8 : any<int32_t>();
+    }
+
+private:
+    const uint8_t* at_;
+    const uint8_t* end_;
+};
+
+FrameTrial::FrameTrial()
+    : previousHandler_(halide_set_error_handler(keepMessage)),
+      previousLoop_(halide_set_custom_do_par_for(runInTurn)) {}
+
+FrameTrial::~FrameTrial() {
+    halide_set_error_handler(previousHandler_);
+    halide_set_custom_do_par_for(previousLoop_);
+}
+
+// Any record; a usual one is dense over the extents, and filtered.
+void FrameTrial::shape(const PipelineVariant& variant, const int32_t* extents, Bytes& bytes,
+                       Record& record) {
+    const auto n = static_cast<std::size_t>(variant.dimensions);
+    record.memory.makeWritable();
+    record.dimMemory.makeWritable();
+    record.buffer = record.memory.place<halide_buffer_t>(1, Placement::atEnd);
+    record.dim = record.dimMemory.place<halide_dimension_t>(n, Placement::atEnd);
+    *record.buffer = {};
+    halide_buffer_t& buffer = *record.buffer;
+    const int state = bytes.byte();  // memory; in few cases none, a device, both
+    buffer.host = state < 216 ? reinterpret_cast<uint8_t*>(64) : nullptr;
+    buffer.device = state % 16 == 9 ? 1 : 0;
+    buffer.type = {static_cast<halide_type_code_t>(bytes.number(halide_type_float, 10)),
+                   static_cast<uint8_t>(bytes.number(variant.elementBits(), 10)),
+                   static_cast<uint16_t>(bytes.number(1, 10))};
+    buffer.dimensions = bytes.number(variant.dimensions, 30);
+    buffer.flags = state % 8 == 3 ? ~uint64_t{0} : 0;
+    buffer.padding = &buffer;
+    buffer.dim = record.dim;
+    int32_t dense = 1;
+    for (int d = 0; d < variant.dimensions; ++d) {
+        record.dim[d].min = bytes.number(0, 60);
+        record.dim[d].extent = bytes.number(extents[d], 60);
+        record.dim[d].stride = bytes.number(dense, d == 0 ? 10 : 60);
+        record.dim[d].flags = static_cast<uint32_t>(state);
+        dense *= extents[d];
+    }
+}
+
+// A record that is not asked for its shape cannot be written.
+int FrameTrial::call(const Pipeline& pipeline, bool throughVector, halide_buffer_t* input,
+                     double gradTIn, halide_buffer_t* output, const FrameOutcome& outcome) {
+    const bool same = input == output;
+    for (Record* record : {&input_, &output_}) {
+        const bool isAsked = (record == &output_ && outcome.outputIsQueried) ||
+                             ((record == &input_ || same) && outcome.inputIsQueried);
+        if (isAsked) continue;
+        record->memory.makeReadOnly();
+        record->dimMemory.makeReadOnly();
+    }
+    std::memset(messages, 0, sizeof messages);
+    void* args[] = {input, &gradTIn, output};
+    return throughVector ? pipeline.argv(args) : pipeline.entry(input, gradTIn, output);
+}
+
+const char* FrameTrial::run(const Pipeline& pipeline, const uint8_t* bytes, std::size_t count) {
+    const PipelineVariant& variant = pipeline.variant;
+    Bytes take(bytes, count);
+    const int ways = take.byte();
+    const bool throughVector = ways % 2 == 1;
+    const double gradTIn = take.byte() < 200 ? 2.5 : take.any<double>();
+    const int32_t extents[] = {1 + take.byte() % (3 * variant.lanes() + 5), 1 + take.byte() % 6,
+                               1 + take.byte() % 4};
+    shape(variant, extents, take, input_);
+    shape(variant, extents, take, output_);
+    halide_buffer_t* const output = ways / 2 % 32 == 9 ? nullptr : output_.buffer;
+    halide_buffer_t* const input = ways / 2 % 32 == 11   ? nullptr
+                                   : ways / 2 % 32 == 13 ? output
+                                                         : input_.buffer;
+
+    const FrameOutcome outcome = frameOutcome(variant, input, output);
+    if (outcome.filters) {
+        if (input == output) return nullptr;
+        const auto placement = static_cast<Placement>(take.byte() % placements);
+        return variant.elementBits() == 32
+                   ? filter<float>(pipeline, throughVector, gradTIn, outcome, placement)
+                   : filter<double>(pipeline, throughVector, gradTIn, outcome, placement);
+    }
+    // What the records hold afterwards; the input's answer comes last.
+    halide_buffer_t wanted[2];
+    halide_dimension_t wantedDim[2][3];
+    const Record* const records[] = {input == output ? &output_ : &input_, &output_};
+    for (int i = 0; i < 2; ++i) {
+        const bool isInput = i == 0 || input == output;
+        wanted[i] = *records[i]->buffer;
+        std::copy_n(records[i]->dim, variant.dimensions, wantedDim[i]);
+        if (isInput ? outcome.inputIsQueried : outcome.outputIsQueried) {
+            wanted[i] = answerOf(variant, wanted[i], isInput ? outcome.input : outcome.output,
+                                 wantedDim[i]);
+        }
+    }
+    ++(outcome.inputIsQueried || outcome.outputIsQueried ? answered_ : refused_);
+    if (call(pipeline, throughVector, input, gradTIn, output, outcome) != outcome.status) {
+        return "the status";
+    }
+    if (std::strcmp(messages, outcome.message) != 0) return "the message";
+    for (int i = 0; i < 2; ++i) {
+        if (std::memcmp(records[i]->buffer, &wanted[i], sizeof wanted[i]) != 0) return "a record";
+        const std::size_t bytesOfDim = sizeof(halide_dimension_t) * std::size_t(variant.dimensions);
+        if (std::memcmp(records[i]->dim, wantedDim[i], bytesOfDim) != 0) return "its dimensions";
+    }
+    return nullptr;
+}
+
+// Gives the input no more memory than the call needs, and compares with the reference.
+template <class T>
+const char* FrameTrial::filter(const Pipeline& pipeline, bool throughVector, double gradTIn,
+                               const FrameOutcome& outcome, Placement placement) {
+    const int n = pipeline.variant.dimensions;
+    const Shape whole = shapeOf(n, input_.dim);
+    const Shape to = shapeOf(n, output_.dim);
+    Shape needed = whole;
+    int64_t first = 0;
+    for (int d = 0; d < n; ++d) {
+        needed.min[d] = outcome.input[d].first;
+        needed.extent[d] = outcome.input[d].last - outcome.input[d].first + 1;
+        first += (int64_t{needed.min[d]} - whole.min[d]) * whole.stride[d];
+    }
+    if (!canBeFiltered(needed) || !canBeFiltered(to)) return nullptr;
+    const Span span = spanOf(needed);
+    input_.elements.makeWritable();
+    T* const lowest = input_.elements.place<T>(std::size_t(span.count), placement);
+    std::fill_n(lowest, span.count, std::numeric_limits<T>::quiet_NaN());
+    POISON(lowest, std::size_t(span.count) * sizeof(T));
+    for (int64_t i = 0; i < elementsOf(needed); ++i) {
+        const int64_t x = i % needed.extent[0];
+        const int64_t y = i / needed.extent[0] % needed.extent[1];
+        const int64_t z = i / needed.extent[0] / needed.extent[1];
+        const int64_t at = x + y * needed.stride[1] + z * needed.stride[2] - span.lowest;
+        lowest[at] = static_cast<T>(at * at % 61);
+    }
+    input_.elements.makeReadOnly();
+    // The element at the min coordinates may lie outside of the memory.
+    const auto address = reinterpret_cast<uintptr_t>(lowest) -
+                         static_cast<uintptr_t>(span.lowest + first) * sizeof(T);
+    const int64_t places = spanOf(to).count;
+    T* const found = output_.elements.place<T>(std::size_t(places), placement);
+    T* const expected = expected_.place<T>(std::size_t(places), placement);
+    std::fill_n(found, places, T(-6328.7212));
+    std::fill_n(expected, places, T(-6328.7212));
+    input_.buffer->host = reinterpret_cast<uint8_t*>(address);
+    output_.buffer->host = reinterpret_cast<uint8_t*>(viewOf(to, found).host);
+
+    ++filtered_;
+    if (call(pipeline, throughVector, input_.buffer, gradTIn, output_.buffer, outcome) != 0) {
+        return "the status of a call that filters";
+    }
+    if (messages[0] != '\0') return "a call that filters has a message";
+    if (!hasSeparateElements(to)) return nullptr;
+    reference::View<const T> from = viewOf<const T>(whole, found);
+    from.host = reinterpret_cast<const T*>(address);
+    reference::filter(pipeline.variant, from, gradTIn, viewOf(to, expected));
+    return std::equal(found, found + places, expected, sameBits<T>) ? nullptr : "the elements";
+}
+
+}  // namespace support
