@@ -27,7 +27,7 @@ private:
 
 }  // namespace
 
-void addGaussianNoise(std::vector<double>& values, double sigma, std::uint64_t seed) {
+void addGaussianNoise(std::span<double> values, double sigma, std::uint64_t seed) {
     SplitMix64 uniform(seed);
     for (std::size_t i = 0; i < values.size(); i += 2) {
         const double radius = sigma * std::sqrt(-2 * std::log(uniform.next()));
@@ -43,7 +43,7 @@ double peakValue(const Picture& clean) {
     return *highest - *lowest;
 }
 
-double psnr(const std::vector<double>& clean, const std::vector<double>& values, double peak) {
+double psnr(std::span<const double> clean, std::span<const double> values, double peak) {
     double sum = 0;
     for (std::size_t i = 0; i < clean.size(); ++i) {
         sum += (values[i] - clean[i]) * (values[i] - clean[i]);
