@@ -103,9 +103,8 @@ double automaticThreshold(double sigma, const Picture& picture, const std::strin
         const double range = rangeOf(picture);
         return range > 0 && std::isfinite(range) ? range / 1000 : 1;
     }
-    const double steps = std::max(iterations, 1);
-    return sigma *
-           (conduction == "quadratic" ? 5.3 * std::pow(steps, -0.9) : 5.4 * std::pow(steps, -0.62));
+    const double decay = conduction == "quadratic" ? 0.9 : 0.62;
+    return sigma * 5.4 * std::pow(std::max(iterations, 1), -decay);
 }
 
 }  // namespace diffuse
