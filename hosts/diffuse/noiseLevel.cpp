@@ -44,7 +44,9 @@ void forEachBlock(const Picture& picture, const Visitor& visit) {
 
 void appendCoefficients(const Picture& picture, std::span<const double> values,
                         std::vector<double>& coefficients) {
-    const auto [lowest, highest] = std::minmax_element(values.begin(), values.end());
+    const auto range = std::minmax_element(values.begin(), values.end());
+    const double lowest = *range.first;
+    const double highest = *range.second;
     const std::vector<Corner> corners = cornersOf(picture);
     const double norm = 1 / std::sqrt(static_cast<double>(corners.size()));
     forEachBlock(picture, [&](std::size_t start) {
@@ -52,7 +54,7 @@ void appendCoefficients(const Picture& picture, std::span<const double> values,
         bool counts = true;
         for (const Corner& corner : corners) {
             const double value = values[start + corner.offset];
-            counts = counts && value > *lowest && value < *highest;
+            counts = counts && value > lowest && value < highest;
             sum += corner.sign * value;
         }
         if (counts && std::isfinite(sum)) coefficients.push_back(std::abs(norm * sum));

@@ -52,7 +52,7 @@ void Progress::drawBar(Clock::time_point now) {
     std::fflush(stderr);
 }
 
-void Progress::printLine() {
+void Progress::printLine() const {
     std::fprintf(stderr, "diffuse: step %lld of %lld\n", static_cast<long long>(done_),
                  static_cast<long long>(steps_));
 }

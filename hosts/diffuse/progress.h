@@ -22,7 +22,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void drawBar(Clock::time_point now);
-    void printLine();
+    void printLine() const;
 
     std::int64_t steps_;
     std::int64_t done_ = 0;

@@ -33,10 +33,10 @@ protected:
 
 TEST_F(Reports, JsonTellsWhatWasDone) {
     auto json = report(
-        "step.nrrd -k 1 -n 2 --threads 1 --instruction-set none --type float32 "
+        "step.nrrd -k 1 -n 2 --threads 2 --instruction-set none --type float32 "
         "--connectivity maximal --conduction exponential -o out.nrrd");
     EXPECT_EQ(json["pipeline"], "diffusefilt2_maximal_exponential_float32_none");
-    EXPECT_EQ(json["threads"], 1);
+    EXPECT_EQ(json["threads"], 2);
     EXPECT_EQ(json["output"], "out.nrrd");
     json = report("step.nrrd -k 1 -n 2");
     EXPECT_EQ(json["output"], nullptr);
