@@ -25,6 +25,8 @@ TEST_F(DiffuseFolder, RefusesBadInputInOneLineAndWritesNothing) {
     fs::create_directory(folder / "taken.nrrd");
     fs::create_symlink("step.nrrd", folder / "link.nrrd");
     fs::create_hard_link(folder / "step.nrrd", folder / "again.nrrd");
+    ASSERT_EQ(run("bytes.nrrd -n 0 -o pair.hdr"), 0) << complaint;
+    ASSERT_EQ(run("bytes.nrrd -n 0 -o apart.mhd"), 0) << complaint;
     const struct {
         const char* arguments;
         int status;
@@ -70,6 +72,8 @@ TEST_F(DiffuseFolder, RefusesBadInputInOneLineAndWritesNothing) {
         {"step.nrrd -k 1 -o ./step.nrrd", 2, "is the input"},
         {"step.nrrd -k 1 --preview link.nrrd", 2, "is the input"},
         {"link.nrrd -k 1 -o again.nrrd", 2, "is the input"},
+        {"pair.hdr -k 1 -o pair.img", 2, "is the input"},
+        {"apart.mhd -k 1 -o apart.nhdr", 1, "another file, apart.raw"},
         {"step.nrrd -k 1 -o out.nrrd --preview ./out.nrrd", 2, "the same file"},
     };
     for (const auto& [arguments, status, words] : cases) expectRefusal(arguments, status, words);

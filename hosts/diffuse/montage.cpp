@@ -114,8 +114,8 @@ Picture montage(const std::vector<const Picture*>& pictures) {
     const Picture& first = *pictures.front();
     const auto shown =
         std::span(first.values).first(first.values.size() / first.channels * shownChannels(first));
-    const auto [lowest, highest] = std::minmax_element(shown.begin(), shown.end());
-    const double scale = *highest > *lowest ? 255 / (*highest - *lowest) : 1;
+    const Range range = rangeOf(shown);
+    const double scale = range.highest > range.lowest ? 255 / (range.highest - range.lowest) : 1;
 
     int width = -gap;
     int rowHeight = 0;
@@ -129,7 +129,7 @@ Picture montage(const std::vector<const Picture*>& pictures) {
     for (const Row& row : rows) {
         int left = 0;
         for (const Picture& panel : row) {
-            paste(panel, left, top, *lowest, scale, sheet);
+            paste(panel, left, top, range.lowest, scale, sheet);
             left += panel.axes[0].extent + gap;
         }
         top += rowHeight + gap;

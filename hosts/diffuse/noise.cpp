@@ -39,8 +39,8 @@ void addGaussianNoise(std::span<double> values, double sigma, std::uint64_t seed
 
 double peakValue(const Picture& clean) {
     if (clean.sampleType == SampleType::uint8 || clean.sampleType == SampleType::int8) return 255;
-    const auto [lowest, highest] = std::minmax_element(clean.values.begin(), clean.values.end());
-    return *highest - *lowest;
+    const Range range = rangeOf(clean.values);
+    return range.highest - range.lowest;
 }
 
 double psnr(std::span<const double> clean, std::span<const double> values, double peak) {

@@ -44,9 +44,7 @@ void forEachBlock(const Picture& picture, const Visitor& visit) {
 
 void appendCoefficients(const Picture& picture, std::span<const double> values,
                         std::vector<double>& coefficients) {
-    const auto range = std::minmax_element(values.begin(), values.end());
-    const double lowest = *range.first;
-    const double highest = *range.second;
+    const Range range = rangeOf(values);
     const std::vector<Corner> corners = cornersOf(picture);
     const double norm = 1 / std::sqrt(static_cast<double>(corners.size()));
     forEachBlock(picture, [&](std::size_t start) {
@@ -54,7 +52,7 @@ void appendCoefficients(const Picture& picture, std::span<const double> values,
         bool counts = true;
         for (const Corner& corner : corners) {
             const double value = values[start + corner.offset];
-            counts = counts && value > lowest && value < highest;
+            counts = counts && value > range.lowest && value < range.highest;
             sum += corner.sign * value;
         }
         if (counts && std::isfinite(sum)) coefficients.push_back(std::abs(norm * sum));
@@ -82,12 +80,6 @@ double groupedMedian(std::vector<double>& values) {
     return begin + (end - begin) * (static_cast<double>(values.size()) / 2 - below) / equal;
 }
 
-double rangeOf(const Picture& picture) {
-    const auto [lowest, highest] =
-        std::minmax_element(picture.values.begin(), picture.values.end());
-    return *highest - *lowest;
-}
-
 }  // namespace
 
 double noiseSigma(const Picture& picture) {
@@ -102,8 +94,8 @@ double noiseSigma(const Picture& picture) {
 double automaticThreshold(double sigma, const Picture& picture, const std::string& conduction,
                           int iterations) {
     if (!(sigma > 0)) {
-        const double range = rangeOf(picture);
-        return range > 0 && std::isfinite(range) ? range / 1000 : 1;
+        const Range range = rangeOf(picture.values);
+        return range.highest > range.lowest ? (range.highest - range.lowest) / 1000 : 1;
     }
     const double decay = conduction == "quadratic" ? 0.9 : 0.62;
     return sigma * 5.4 * std::pow(std::max(iterations, 1), -decay);

@@ -47,12 +47,17 @@ CLI::Validator oneOf(const std::vector<std::string>& words) {
     return CLI::IsMember(words).description("");
 }
 
+// Of a header and data that are named alike, either names both.
+fs::path nameOfPair(fs::path file) {
+    if (file.extension() == ".img") file.replace_extension(".hdr");
+    return fs::weakly_canonical(fs::absolute(file));
+}
+
 // Symbolic and hard links count too.
 bool isSameFile(const fs::path& a, const fs::path& b) {
     std::error_code ignored;
     return !a.empty() && !b.empty() &&
-           (fs::equivalent(a, b, ignored) || fs::weakly_canonical(fs::absolute(a), ignored) ==
-                                                 fs::weakly_canonical(fs::absolute(b), ignored));
+           (fs::equivalent(a, b, ignored) || nameOfPair(a) == nameOfPair(b));
 }
 
 void requireSense(const Options& options) {

@@ -1,6 +1,7 @@
 #include "picture.h"
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <string>
 
@@ -66,6 +67,16 @@ std::span<double> Picture::channel(int index) {
 std::span<const double> Picture::channel(int index) const {
     const std::size_t size = values.size() / channels;
     return std::span(values).subspan(index * size, size);
+}
+
+Range rangeOf(std::span<const double> values) {
+    Range range{HUGE_VAL, -HUGE_VAL};
+    for (const double value : values) {
+        if (!std::isfinite(value)) continue;
+        range.lowest = std::min(range.lowest, value);
+        range.highest = std::max(range.highest, value);
+    }
+    return range.lowest > range.highest ? Range{} : range;
 }
 
 Picture takeSlice(const Picture& volume, const SliceChoice& choice) {

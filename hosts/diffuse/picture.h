@@ -54,6 +54,13 @@ struct Picture {
     [[nodiscard]] std::span<const double> channel(int index) const;
 };
 
+struct Range {
+    double lowest = 0, highest = 0;
+};
+
+// Of the finite values; 0 to 0 if there are none.
+Range rangeOf(std::span<const double> values);
+
 struct SliceChoice {
     int axis = 2;   // 0, 1, 2 for x, y, z: the axis that the slice stands on
     int index = 0;  // of the slice along that axis

@@ -78,6 +78,8 @@ TEST_F(Reports, NoiseThatWasCutOffIsFoundAndNoNoiseIsNoError) {
     }
     write("flat.nrrd", "uint8", "2 3", "7 7 7 7 7 7");
     EXPECT_EQ(report("flat.nrrd -k auto")["threshold"], 1);
+    write("hole.nrrd", "float", "4 4", "nan 1 4 2  1 2 5 7  9 9 9 9  0 0 0 0");
+    EXPECT_GT(report("hole.nrrd")["noise_sigma"].get<double>(), 0);
     write("two.nrrd", "uint8", "2 2", "0 200 0 200");
     EXPECT_EQ(report("two.nrrd")["threshold"], 0.2);
     ASSERT_EQ(run("two.nrrd -o out.nrrd"), 0);

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "interruption.h"
 
@@ -37,6 +38,14 @@ void requireStored(const fs::path& path) {
     if (error != 0) throw std::runtime_error(std::generic_category().message(error));
 }
 
+// A companion that stands there without its target belongs to another file.
+void requireFree(const fs::path& companion, const fs::path& target) {
+    if (!fs::exists(target) && fs::exists(companion)) {
+        throw std::runtime_error("its data would replace those of another file, " +
+                                 companion.string());
+    }
+}
+
 void moveTo(const fs::path& from, const fs::path& to) {
     std::error_code error;
     fs::rename(from, to, error);
@@ -52,14 +61,15 @@ void writeWhole(const fs::path& target, std::size_t room,
     const fs::path beside = folder.path() / target.filename();
     write(beside);
     if (!fs::exists(beside)) throw std::runtime_error("nothing was written");
+    std::vector<fs::path> companions;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
         requireStored(entry.path());
+        if (entry.path() != beside) companions.push_back(entry.path().filename());
     }
+    for (const fs::path& name : companions) requireFree(target.parent_path() / name, target);
     const Uninterrupted untilAllAreMoved;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder.path())) {
-        if (entry.path() != beside) {
-            moveTo(entry.path(), target.parent_path() / entry.path().filename());
-        }
+    for (const fs::path& name : companions) {
+        moveTo(folder.path() / name, target.parent_path() / name);
     }
     moveTo(beside, target);
 }
