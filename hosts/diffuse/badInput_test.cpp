@@ -1,8 +1,9 @@
 // What the program refuses, and what stays behind when it cannot finish.
 #include <fcntl.h>
 #include <pty.h>
-#include <csignal>
+#include <sys/prctl.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -128,6 +129,8 @@ public:
         process_ = onTerminal ? forkpty(&output_, nullptr, nullptr, nullptr) : fork();
         if (process_ == 0) {
             if (!onTerminal) dup2(pipes[1], STDERR_FILENO);
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);
             if (chdir(folder.c_str()) == 0) execv(words[0], words.data());
             _exit(127);
         }
