@@ -135,13 +135,16 @@ TEST_F(DiffuseFolder, StacksTheSlicesOfASeries) {
     for (const char* line : {"space directions: (3,0,0) (0,2,0) (0,0,10)", "origin: (5,6,10)"}) {
         EXPECT_NE(slurp(folder / "out.nrrd").find(line), std::string::npos) << line;
     }
+    ASSERT_EQ(run("series --slice z:1 -n 0 -o one.dcm"), 0) << complaint;
+    ASSERT_EQ(run("one.dcm -n 0 -o out.nrrd"), 0) << complaint;
+    EXPECT_NE(slurp(folder / "out.nrrd").find("origin: (5,6,20)"), std::string::npos);
     fs::remove(series / "79");  // the slice of depth 20
     expectRefusal("series -k 1 -o new.nrrd", 1, "even distances");
     writeSlice(series / "79", 20, "1.2.5", 20);
     expectRefusal("series -k 1 -o new.nrrd", 1, "2 DICOM series");
     writeSlice(series / "79", 20, "1.2.4", 20);
     fs::resize_file(series / "79", fs::file_size(series / "79") - 1);
-    expectRefusal("series -k 1 -o new.nrrd", 1, "ends too early");
+    expectRefusal("series -k 1 -o new.nrrd", 1, "series/79: the file ends too early");
 }
 
 }  // namespace

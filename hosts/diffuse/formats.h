@@ -9,6 +9,9 @@
 
 namespace diffuse {
 
+// The key of DICOM's modality among the metadata of a file.
+inline constexpr char dicomModality[] = "0008|0060";
+
 // The reader of the file or the writer that belongs to its name; null if there is none.
 itk::ImageIOBase::Pointer openReader(const std::filesystem::path& file);
 itk::ImageIOBase::Pointer openWriter(const std::filesystem::path& file);

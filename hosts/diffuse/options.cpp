@@ -29,10 +29,14 @@ SliceChoice parseSlice(const std::string& text) {
 }
 
 // NaN and infinities are numbers for CLI11.
-std::string requirePositive(const std::string& text) {
+std::optional<double> positiveNumber(const std::string& text) {
     double value = 0;
     const bool good = CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value > 0;
-    return good ? "" : "expected a finite number above 0, not " + text;
+    return good ? std::optional(value) : std::nullopt;
+}
+
+std::string requirePositive(const std::string& text) {
+    return positiveNumber(text) ? "" : "expected a finite number above 0, not " + text;
 }
 
 std::string requirePositiveOrAuto(const std::string& text) {
@@ -125,7 +129,7 @@ std::optional<Options> parseOptions(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
         if (!slice.empty()) options.slice = parseSlice(slice);
-        if (threshold != "auto") options.threshold = std::stod(threshold);
+        options.threshold = positiveNumber(threshold);
         requireSense(options);
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();

@@ -24,8 +24,13 @@ void requireSlice(const Picture& volume, const SliceChoice& choice) {
 
 // The volume without its samples: moved to the slice along the axis, which becomes the third.
 Picture placeSlice(const Picture& volume, const SliceChoice& choice) {
-    Picture slice{volume.axes,      volume.origin,   volume.sampleType,
-                  volume.pixelKind, volume.channels, {}};
+    Picture slice{volume.axes,
+                  volume.origin,
+                  volume.sampleType,
+                  volume.pixelKind,
+                  volume.channels,
+                  volume.modality,
+                  {}};
     const auto cut = slice.axes.begin() + choice.axis;
     for (std::size_t i = 0; i < std::min(slice.origin.size(), cut->direction.size()); ++i) {
         slice.origin[i] += choice.index * cut->spacing * cut->direction[i];

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace diffuse {
@@ -41,6 +42,7 @@ struct Picture {
     SampleType sampleType = SampleType::float64;
     PixelKind pixelKind = PixelKind::grey;
     int channels = 1;
+    std::string modality = {};  // DICOM's word for the device, MR or CT; empty in other formats
     // One channel after the other, in the units of the file, not clipped to the sample type.
     std::vector<double> values = {};
 

@@ -1,3 +1,4 @@
+#include <itkMetaDataObject.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -147,6 +148,7 @@ Picture readFile(const fs::path& file) {
     if (isFormat(*io, "JPEGImageIO") && picture.channels == 4) {
         throw std::runtime_error("its pixels are inks, not colours");
     }
+    itk::ExposeMetaData(io->GetMetaDataDictionary(), dicomModality, picture.modality);
     readAxes(*io, picture);
     requireWholeFile(file, *io);
     requireMemory(*io);
@@ -163,7 +165,7 @@ Picture readFile(const fs::path& file) {
 Picture readPicture(const fs::path& file) {
     Picture picture;
     explainFailures("read", file, [&] {
-        picture = fs::is_directory(file) ? readSeries(file, readFile) : readFile(file);
+        picture = fs::is_directory(file) ? readSeries(file, readPicture) : readFile(file);
     });
     return picture;
 }

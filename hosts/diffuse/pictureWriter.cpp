@@ -1,3 +1,5 @@
+#include <itkMetaDataObject.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -83,6 +85,10 @@ void writeWith(itk::ImageIOBase& io, const Picture& picture) {
     // DICOM names the directions of rows and columns only, the third follows from them.
     if (isFormat(io, "GDCMImageIO") && picture.dimensions() == 3 && isLeftHanded(picture)) {
         throw std::runtime_error("DICOM cannot hold a volume whose axes are left-handed");
+    }
+    // Slices without a device are taken for captures of a screen, which have no place in space.
+    if (picture.dimensions() == 2 && !picture.modality.empty()) {
+        itk::EncapsulateMetaData(io.GetMetaDataDictionary(), dicomModality, picture.modality);
     }
     describeAxes(io, picture);
     describePixels(io, picture);

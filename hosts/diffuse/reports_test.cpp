@@ -76,7 +76,7 @@ TEST_F(Reports, NoiseThatWasCutOffIsFoundAndNoNoiseIsNoError) {
         ASSERT_EQ(run("head.nrrd -n 0 -o noisy.nrrd --add-noise " + std::to_string(sigma)), 0);
         EXPECT_NEAR(report("noisy.nrrd")["noise_sigma"], sigma, 0.1 * sigma);
     }
-    write("flat.nrrd", "uint8", "2 3", "7 7 7 7 7 7");
+    write("flat.nrrd", "float", "2 3", "7 7 7 7 nan inf");
     EXPECT_EQ(report("flat.nrrd -k auto")["threshold"], 1);
     write("hole.nrrd", "float", "4 4", "nan 1 4 2  1 2 5 7  9 9 9 9  0 0 0 0");
     EXPECT_GT(report("hole.nrrd")["noise_sigma"].get<double>(), 0);
