@@ -109,6 +109,7 @@ void writeSlice(const fs::path& file, int instance, const std::string& series, i
                              element(2, 0x10, "UI", "1.2.840.10008.1.2.1");
     put("DICM" + element(2, 0, "UL", number(meta.size(), 4)) + meta);
     put(element(8, 0x16, "UI", resonance) + element(8, 0x18, "UI", name));
+    put(element(8, 0x60, "CS", "MR"));
     put(element(0x20, 0xd, "UI", "1.2.3") + element(0x20, 0xe, "UI", series));
     put(element(0x20, 0x32, "DS", "5\\6\\" + std::to_string(depth)));
     put(element(0x20, 0x37, "DS", directions) + element(0x28, 2, "US", number(1, 2)));
