@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -35,12 +36,12 @@ protected:
     void TearDown() override { fs::remove_all(folder); }
 
     void write(const std::string& name, const std::string& type, const std::string& sizes,
-               const std::string& values, const std::string& geometry = "") const {
+               const std::string& values, const std::string& fields = "") const {
         std::istringstream words(sizes);
-        const auto dimensions = std::distance(std::istream_iterator<int>(words), {});
+        const auto dimensions = std::distance(std::istream_iterator<std::string>(words), {});
         std::ofstream(folder / name) << "NRRD0004\ntype: " << type << "\ndimension: " << dimensions
                                      << "\nsizes: " << sizes << "\n"
-                                     << geometry << "encoding: ascii\n\n"
+                                     << fields << "encoding: ascii\n\n"
                                      << values << "\n";
     }
 
@@ -56,6 +57,17 @@ protected:
         fs::remove(folder / "stdout.log");
         fs::remove(folder / "stderr.log");
         return WEXITSTATUS(status);
+    }
+
+    // Expects a refusal in one line that holds the words, and no file that was not there before.
+    void expectRefusal(const std::string& arguments, int status, const std::string& words,
+                       const std::string& emulator = "") {
+        const std::size_t before = files();
+        EXPECT_EQ(run(arguments, emulator), status) << arguments;
+        EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1) << complaint;
+        EXPECT_NE(complaint.find(words), std::string::npos) << arguments << ": " << complaint;
+        EXPECT_EQ(printed, "") << arguments;
+        EXPECT_EQ(files(), before) << arguments;
     }
 
     // The samples of an NRRD file that the program wrote.

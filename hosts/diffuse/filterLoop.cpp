@@ -1,77 +1,78 @@
 #include "filterLoop.h"
 
-#include <HalideRuntime.h>
-
 #include <algorithm>
-#include <array>
-#include <limits>
-#include <stdexcept>
-#include <string>
+#include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <diffusefilt_halide.hpp>
 #include <utility>
 
 namespace diffuse {
 
 namespace {
 
-// The library reports on the thread that called the entry.
-thread_local std::string libraryMessage;
-
-void keepMessage(void* /*userContext*/, const char* message) {
-    libraryMessage = message;
-    while (libraryMessage.ends_with('\n')) libraryMessage.pop_back();
+template <typename Element>
+diffusefilt_host::View<Element> viewOf(std::vector<Element>& elements, const Picture& picture) {
+    using View = diffusefilt_host::View<Element>;
+    const auto& axes = picture.axes;
+    return picture.dimensions() == 2
+               ? View::dense(elements.data(), {axes[0].extent, axes[1].extent})
+               : View::dense(elements.data(), {axes[0].extent, axes[1].extent, axes[2].extent});
 }
 
-// Shape of a dense image; its last strides must fit the 32 bits of the records.
-std::vector<halide_dimension_t> denseShape(const Picture& picture) {
-    std::vector<halide_dimension_t> shape;
-    std::int64_t stride = 1;
-    for (const Axis& axis : picture.axes) {
-        if (stride > std::numeric_limits<std::int32_t>::max()) {
-            throw std::runtime_error("the picture is too large for the library's records");
-        }
-        shape.emplace_back(0, axis.extent, static_cast<std::int32_t>(stride));
-        stride *= axis.extent;
+// Adds what a step did to one of `channels` channels.
+template <typename Element>
+void addChange(const std::vector<Element>& before, const std::vector<Element>& after, int channels,
+               StepReport& report) {
+    double squares = 0;
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        const double change = std::abs(static_cast<double>(after[i]) - before[i]);
+        squares += change * change;
+        report.largestChange = std::max(report.largestChange, change);
     }
-    return shape;
+    const double sum = std::pow(report.rootMeanSquareChange, 2) +
+                       squares / static_cast<double>(before.size()) / channels;
+    report.rootMeanSquareChange = std::sqrt(sum);
 }
 
 template <typename Element>
-halide_buffer_t wrap(std::vector<Element>& elements, std::vector<halide_dimension_t>& shape) {
-    halide_buffer_t buffer{};
-    buffer.host = reinterpret_cast<std::uint8_t*>(elements.data());
-    buffer.type = halide_type_of<Element>();
-    buffer.dimensions = static_cast<int>(shape.size());
-    buffer.dim = shape.data();
-    return buffer;
-}
-
-template <typename Element>
-void filterIn(const Pipeline& pipeline, double threshold, int iterations, Picture& picture) {
-    std::vector<halide_dimension_t> shape = denseShape(picture);
-    std::vector<Element> image(picture.values.begin(), picture.values.end());
-    std::vector<Element> next(image.size());
-    for (int i = 0; i < iterations; ++i) {
-        halide_buffer_t input = wrap(image, shape);
-        halide_buffer_t output = wrap(next, shape);
-        const int status = pipeline.step(&input, threshold, &output);
-        if (status != 0) {
-            throw std::runtime_error(std::string(pipeline.name) + " failed with status " +
-                                     std::to_string(status) + ": " + libraryMessage);
+std::vector<StepReport> filterIn(const FilterSettings& settings, Picture& picture,
+                                 const std::function<void()>& onStep) {
+    using Clock = std::chrono::steady_clock;
+    const diffusefilt_host::Pipeline& pipeline = diffusefilt_host::findPipeline(settings.pipeline);
+    std::vector<StepReport> reports;
+    for (int c = 0; c < picture.filteredChannels(); ++c) {
+        const auto values = picture.channel(c);
+        std::vector<Element> image(values.begin(), values.end());
+        std::vector<Element> next(image.size());
+        for (int i = 0; i < settings.iterations; ++i) {
+            const auto start = Clock::now();
+            pipeline.step(viewOf(image, picture), settings.threshold, viewOf(next, picture));
+            if (settings.measure) {
+                if (c == 0) reports.emplace_back();
+                reports[i].seconds += std::chrono::duration<double>(Clock::now() - start).count();
+                addChange(image, next, picture.filteredChannels(), reports[i]);
+            }
+            image.swap(next);
+            onStep();
         }
-        image.swap(next);
+        std::copy(image.begin(), image.end(), values.begin());
     }
-    std::copy(image.begin(), image.end(), picture.values.begin());
+    return reports;
 }
 
 }  // namespace
 
-void filter(const Pipeline& pipeline, double threshold, int iterations, Picture& picture) {
-    halide_set_error_handler(keepMessage);
-    if (pipeline.variant.elementType == diffusefilt::ElementType::float64) {
-        filterIn<double>(pipeline, threshold, iterations, picture);
-    } else {
-        filterIn<float>(pipeline, threshold, iterations, picture);
-    }
+std::string pipelineName(int dimensions, const PipelineChoice& choice) {
+    return "diffusefilt" + std::to_string(dimensions) + "_" + choice.connectivity + "_" +
+           choice.conduction + "_" + choice.elementType + "_" + choice.instructionSet;
+}
+
+std::vector<StepReport> filter(const FilterSettings& settings, Picture& picture,
+                               const std::function<void()>& onStep) {
+    return settings.pipeline.find("float64") != std::string::npos
+               ? filterIn<double>(settings, picture, onStep)
+               : filterIn<float>(settings, picture, onStep);
 }
 
 }  // namespace diffuse

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 
 namespace diffuse {
 
@@ -21,12 +22,28 @@ struct Heading {
 };
 
 Heading headingOf(const Axis& axis) {
-    if (axis.direction.size() != 3) return {};
+    if (axis.direction.size() < 3) return {};
     const auto& d = axis.direction;
     const auto largest = std::max_element(
-        d.begin(), d.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
+        d.begin(), d.begin() + 3, [](double a, double b) { return std::abs(a) < std::abs(b); });
     const int component = static_cast<int>(largest - d.begin());
     return {component, component == superior ? *largest > 0 : *largest < 0};
+}
+
+// The channels of a pixel that are shown.
+int shownChannels(const Picture& picture) {
+    const bool inColour =
+        picture.pixelKind == PixelKind::rgb || picture.pixelKind == PixelKind::rgba;
+    return inColour ? 3 : 1;
+}
+
+Picture emptySheet(int width, int height, int channels) {
+    Picture sheet{{{width}, {height}}};
+    sheet.sampleType = SampleType::uint8;
+    sheet.channels = channels;
+    sheet.pixelKind = channels == 3 ? PixelKind::rgb : PixelKind::grey;
+    sheet.values.assign(static_cast<std::size_t>(width) * height * channels, 255);
+    return sheet;
 }
 
 Picture upright(const Picture& slice) {
@@ -34,14 +51,18 @@ Picture upright(const Picture& slice) {
     const std::size_t strides[] = {1, static_cast<std::size_t>(slice.axes[0].extent)};
     const int across = headings[0].component > headings[1].component ? 1 : 0;
     const int down = 1 - across;
-    Picture turned{{slice.axes[across], slice.axes[down]}, slice.sampleType, {}};
-    turned.values.reserve(slice.values.size());
+    Picture turned =
+        emptySheet(slice.axes[across].extent, slice.axes[down].extent, shownChannels(slice));
     const auto offset = [&](int axis, int i) {
         return (headings[axis].backwards ? slice.axes[axis].extent - 1 - i : i) * strides[axis];
     };
-    for (int j = 0; j < turned.axes[1].extent; ++j) {
-        for (int i = 0; i < turned.axes[0].extent; ++i) {
-            turned.values.push_back(slice.values[offset(across, i) + offset(down, j)]);
+    auto value = turned.values.begin();
+    for (int c = 0; c < turned.channels; ++c) {
+        const auto samples = slice.channel(c);
+        for (int j = 0; j < turned.axes[1].extent; ++j) {
+            for (int i = 0; i < turned.axes[0].extent; ++i) {
+                *value++ = samples[offset(across, i) + offset(down, j)];
+            }
         }
     }
     return turned;
@@ -75,10 +96,14 @@ std::vector<Row> arrange(const std::vector<const Picture*>& pictures) {
 // The panel, in the sheet's greys, with its first sample at the given column and row.
 void paste(const Picture& panel, int left, int top, double lowest, double scale, Picture& sheet) {
     const int panelWidth = panel.axes[0].extent;
-    for (std::size_t i = 0; i < panel.values.size(); ++i) {
-        const std::size_t column = left + i % panelWidth;
-        const std::size_t row = top + i / panelWidth;
-        sheet.values[row * sheet.axes[0].extent + column] = (panel.values[i] - lowest) * scale;
+    for (int c = 0; c < sheet.channels; ++c) {
+        const auto from = panel.channel(c);
+        const auto to = sheet.channel(c);
+        for (std::size_t i = 0; i < from.size(); ++i) {
+            const std::size_t column = left + i % panelWidth;
+            const std::size_t row = top + i / panelWidth;
+            to[row * sheet.axes[0].extent + column] = (from[i] - lowest) * scale;
+        }
     }
 }
 
@@ -86,9 +111,11 @@ void paste(const Picture& panel, int left, int top, double lowest, double scale,
 
 Picture montage(const std::vector<const Picture*>& pictures) {
     const std::vector<Row> rows = arrange(pictures);
-    const std::vector<double>& range = pictures.front()->values;
-    const auto [lowest, highest] = std::minmax_element(range.begin(), range.end());
-    const double scale = *highest > *lowest ? 255 / (*highest - *lowest) : 1;
+    const Picture& first = *pictures.front();
+    const auto shown =
+        std::span(first.values).first(first.values.size() / first.channels * shownChannels(first));
+    const Range range = rangeOf(shown);
+    const double scale = range.highest > range.lowest ? 255 / (range.highest - range.lowest) : 1;
 
     int width = -gap;
     int rowHeight = 0;
@@ -97,13 +124,12 @@ Picture montage(const std::vector<const Picture*>& pictures) {
         rowHeight = std::max(rowHeight, panel.axes[1].extent);
     }
     const int height = static_cast<int>(rows.size()) * (rowHeight + gap) - gap;
-    Picture sheet{{{width}, {height}}, SampleType::uint8, {}};
-    sheet.values.assign(static_cast<std::size_t>(width) * height, 255);
+    Picture sheet = emptySheet(width, height, shownChannels(first));
     int top = 0;
     for (const Row& row : rows) {
         int left = 0;
         for (const Picture& panel : row) {
-            paste(panel, left, top, *lowest, scale, sheet);
+            paste(panel, left, top, range.lowest, scale, sheet);
             left += panel.axes[0].extent + gap;
         }
         top += rowHeight + gap;

@@ -11,7 +11,7 @@ namespace diffuse {
 // sample. All are scaled alike: the range of the first becomes 0 to 255. Pictures stand in one row;
 // each volume takes a row of its own: its central axial, coronal and sagittal slice. Slices of a
 // head stand upright, as radiologists show them: anterior or superior up, the patient's right side
-// or front at the left.
+// or front at the left. Colours are shown without their opacity, of vectors the first component.
 // The pictures have 2 or 3 dimensions and are of equal shape.
 Picture montage(const std::vector<const Picture*>& pictures);
 

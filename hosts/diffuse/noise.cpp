@@ -27,7 +27,7 @@ private:
 
 }  // namespace
 
-void addGaussianNoise(std::vector<double>& values, double sigma, std::uint64_t seed) {
+void addGaussianNoise(std::span<double> values, double sigma, std::uint64_t seed) {
     SplitMix64 uniform(seed);
     for (std::size_t i = 0; i < values.size(); i += 2) {
         const double radius = sigma * std::sqrt(-2 * std::log(uniform.next()));
@@ -39,11 +39,11 @@ void addGaussianNoise(std::vector<double>& values, double sigma, std::uint64_t s
 
 double peakValue(const Picture& clean) {
     if (clean.sampleType == SampleType::uint8 || clean.sampleType == SampleType::int8) return 255;
-    const auto [lowest, highest] = std::minmax_element(clean.values.begin(), clean.values.end());
-    return *highest - *lowest;
+    const Range range = rangeOf(clean.values);
+    return range.highest - range.lowest;
 }
 
-double psnr(const std::vector<double>& clean, const std::vector<double>& values, double peak) {
+double psnr(std::span<const double> clean, std::span<const double> values, double peak) {
     double sum = 0;
     for (std::size_t i = 0; i < clean.size(); ++i) {
         sum += (values[i] - clean[i]) * (values[i] - clean[i]);

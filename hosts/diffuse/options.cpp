@@ -7,9 +7,13 @@
 #include <limits>
 #include <string>
 
+#include "manual.h"
+
 namespace diffuse {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 // "z:90" is slice 90 on axis z.
 SliceChoice parseSlice(const std::string& text) {
@@ -25,10 +29,89 @@ SliceChoice parseSlice(const std::string& text) {
 }
 
 // NaN and infinities are numbers for CLI11.
-std::string requirePositive(const std::string& text) {
+std::optional<double> positiveNumber(const std::string& text) {
     double value = 0;
     const bool good = CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value > 0;
-    return good ? "" : "expected a finite number above 0, not " + text;
+    return good ? std::optional(value) : std::nullopt;
+}
+
+std::string requirePositive(const std::string& text) {
+    return positiveNumber(text) ? "" : "expected a finite number above 0, not " + text;
+}
+
+std::string requirePositiveOrAuto(const std::string& text) {
+    return text == "auto" ? "" : requirePositive(text);
+}
+
+CLI::Validator wholeNumberFrom(int least) {
+    return CLI::Range(least, std::numeric_limits<int>::max()).description("");
+}
+
+CLI::Validator oneOf(const std::vector<std::string>& words) {
+    return CLI::IsMember(words).description("");
+}
+
+// Of a header and data that are named alike, either names both.
+fs::path nameOfPair(fs::path file) {
+    if (file.extension() == ".img") file.replace_extension(".hdr");
+    return fs::weakly_canonical(fs::absolute(file));
+}
+
+// Symbolic and hard links count too.
+bool isSameFile(const fs::path& a, const fs::path& b) {
+    std::error_code ignored;
+    return !a.empty() && !b.empty() &&
+           (fs::equivalent(a, b, ignored) || nameOfPair(a) == nameOfPair(b));
+}
+
+void requireSense(const Options& options) {
+    if (options.output.empty() && options.preview.empty() && !options.json &&
+        options.noiseSigma == 0) {
+        throw UsageError("nothing to do without --output, --preview, --json or --add-noise");
+    }
+    for (const fs::path& written : {options.output, options.preview}) {
+        if (isSameFile(options.input, written)) {
+            throw UsageError(written.string() + " is the input, which stays as it is");
+        }
+    }
+    if (isSameFile(options.output, options.preview)) {
+        throw UsageError("--output and --preview name the same file");
+    }
+}
+
+void addFiles(CLI::App& app, Options& options, std::string& slice) {
+    app.add_option("input", options.input, helpOn("input"))->required()->type_name("INPUT");
+    const auto add = [&](const char* names, auto& value, const char* type) {
+        app.add_option(names, value, helpOn(names))->type_name(type)->group("Files");
+    };
+    add("-o,--output", options.output, "FILE");
+    add("--preview", options.preview, "FILE");
+    add("--slice", slice, "AXIS:INDEX");
+}
+
+void addFilter(CLI::App& app, Options& options, std::string& threshold) {
+    const auto add = [&](const char* names, auto& value, const char* type, const auto& check) {
+        app.add_option(names, value, helpOn(names))->type_name(type)->group("Filter")->check(check);
+    };
+    PipelineChoice& pipeline = options.pipeline;
+    add("-n,--iterations", options.iterations, "N", wholeNumberFrom(0));
+    add("-k,--threshold", threshold, "VALUE|auto", requirePositiveOrAuto);
+    add("--connectivity", pipeline.connectivity, "NAME", oneOf({"minimal", "maximal"}));
+    add("--conduction", pipeline.conduction, "NAME", oneOf({"quadratic", "exponential"}));
+    add("--type", pipeline.elementType, "NAME", oneOf({"float32", "float64"}));
+    add("--instruction-set", pipeline.instructionSet, "NAME",
+        oneOf({"auto", "none", "avx", "avx2"}));
+    add("--threads", options.threads, "N", wholeNumberFrom(1));
+}
+
+void addReports(CLI::App& app, Options& options) {
+    app.add_flag("--json", options.json, helpOn("--json"))->group("Reports");
+    app.add_option("--add-noise", options.noiseSigma, helpOn("--add-noise"))
+        ->type_name("SIGMA")
+        ->group("Reports")
+        ->check(requirePositive);
+    app.add_option("--seed", options.seed, helpOn("--seed"))->type_name("N")->group("Reports");
+    app.set_help_flag("-h,--help", helpOn("-h,--help"))->group("Reports");
 }
 
 }  // namespace
@@ -36,57 +119,18 @@ std::string requirePositive(const std::string& text) {
 std::optional<Options> parseOptions(int argc, const char* const* argv) {
     Options options;
     std::string slice;
-    CLI::App app(
-        "Smooths the noise of a grey picture or volume and keeps its edges: steps of Perona-Malik "
-        "diffusion "
-        "with libdiffusefilt_halide. Reads and writes PNG, TIFF, JPEG, BMP, NIfTI, NRRD, MetaImage "
-        "and DICOM.\nExit status: 0, 1 if the work failed, 2 if the command line is wrong.",
-        "diffuse");
-    app.add_option("input", options.input, "Grey picture or volume")->required();
-    app.add_option("-o,--output", options.output,
-                   "Write the filtered picture here, in the sample type of the input");
-    app.add_option("--slice", slice,
-                   "Filter one slice of a volume, not the whole: AXIS:INDEX, like z:90");
-    app.add_option("-n,--iterations", options.iterations, "Number of steps")
-        ->capture_default_str()
-        ->check(CLI::Range(0, std::numeric_limits<int>::max()).description(""));
-    app.add_option("-k,--threshold", options.threshold,
-                   "Gradient threshold in grey values: weaker differences are smoothed, "
-                   "stronger ones kept")
-        ->required()
-        ->check(requirePositive);
-    app.add_option("--connectivity", options.pipeline.connectivity,
-                   "minimal: neighbours that share a side; maximal: those that share a corner too")
-        ->capture_default_str()
-        ->check(CLI::IsMember({"minimal", "maximal"}).description(""));
-    app.add_option("--conduction", options.pipeline.conduction,
-                   "Conductance of a difference d at threshold K. quadratic: 1 / (1 + (d / K)^2); "
-                   "exponential: exp(-(d / K)^2)")
-        ->capture_default_str()
-        ->check(CLI::IsMember({"quadratic", "exponential"}).description(""));
-    app.add_option("--type", options.pipeline.elementType, "Arithmetic: float32 or float64")
-        ->capture_default_str()
-        ->check(CLI::IsMember({"float32", "float64"}).description(""));
-    app.add_option("--instruction-set", options.pipeline.instructionSet,
-                   "Of the processor: none (any x86-64), avx, avx2 (with FMA3 and BMI1), or auto, "
-                   "the best that it can run")
-        ->capture_default_str()
-        ->check(CLI::IsMember({"auto", "none", "avx", "avx2"}).description(""));
-    app.add_option("--add-noise", options.noiseSigma,
-                   "Add Gaussian noise of this standard deviation, in grey values, before "
-                   "filtering, and print the PSNR before and after")
-        ->check(requirePositive);
-    app.add_option("--seed", options.seed, "Seed of the noise")->capture_default_str();
-    app.add_option(
-        "--montage", options.montage,
-        "Write clean, noisy and filtered picture side by side here, in 8 bits; of a volume its "
-        "three central slices");
+    std::string threshold = "auto";
+    CLI::App app(introduction(), "diffuse");
+    app.footer(closing());
+    app.formatter(std::make_shared<ManualFormatter>());
+    addFiles(app, options, slice);
+    addFilter(app, options, threshold);
+    addReports(app, options);
     try {
         app.parse(argc, argv);
         if (!slice.empty()) options.slice = parseSlice(slice);
-        if (options.output.empty() && options.montage.empty() && !app.count("--add-noise")) {
-            throw CLI::ValidationError("nothing to do without --output, --montage or --add-noise");
-        }
+        options.threshold = positiveNumber(threshold);
+        requireSense(options);
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();
         return std::nullopt;

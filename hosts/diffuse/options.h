@@ -7,17 +7,19 @@
 #include <stdexcept>
 
 #include "picture.h"
-#include "pipelineTable.h"
+#include "pipelineChoice.h"
 
 namespace diffuse {
 
 struct Options {
     std::filesystem::path input;
     std::filesystem::path output;   // empty: no picture is written
-    std::filesystem::path montage;  // empty: no montage is written
+    std::filesystem::path preview;  // empty: no preview is written
     std::optional<SliceChoice> slice;
-    int iterations = 2;
-    double threshold = 0;   // in grey values of the input
+    int iterations = 3;
+    std::optional<double> threshold;  // in grey values of the input; none: from the input's noise
+    int threads = 0;                  // 0: as many as the processor has
+    bool json = false;
     double noiseSigma = 0;  // in grey values of the input; 0: no noise is added
     std::uint64_t seed = 1;
     PipelineChoice pipeline = {.instructionSet = "auto"};

@@ -1,6 +1,9 @@
 // What the program works on: a picture or volume in memory, and one slice of a volume.
 #pragma once
 
+#include <cstddef>
+#include <span>
+#include <string>
 #include <vector>
 
 namespace diffuse {
@@ -19,27 +22,53 @@ enum class SampleType {
     float64
 };
 
+// What the channels of a pixel mean. Opacity, the last channel where there is one, is not filtered.
+enum class PixelKind { grey, greyOpacity, rgb, rgba, vector };
+
+inline bool hasOpacity(PixelKind kind) {
+    return kind == PixelKind::greyOpacity || kind == PixelKind::rgba;
+}
+
 struct Axis {
     int extent = 0;                      // samples along the axis
     double spacing = 1;                  // between neighbouring samples, usually in millimetres
-    double origin = 0;                   // of the first sample, in the same unit
     std::vector<double> direction = {};  // in the file's space: left, posterior, superior
 };
 
 struct Picture {
-    std::vector<Axis> axes;  // the first is the one whose samples are neighbours in memory
+    // As in the file; the first is the one whose samples are neighbours in memory.
+    std::vector<Axis> axes;
+    std::vector<double> origin = {};  // of the first sample, in the space of the directions
     SampleType sampleType = SampleType::float64;
-    std::vector<double> values;  // in the units of the file, not clipped to the sample type
+    PixelKind pixelKind = PixelKind::grey;
+    int channels = 1;
+    std::string modality = {};  // DICOM's word for the device, MR or CT; empty in other formats
+    // One channel after the other, in the units of the file, not clipped to the sample type.
+    std::vector<double> values = {};
 
-    [[nodiscard]] int dimensions() const { return static_cast<int>(axes.size()); }
+    // Those that are filtered. One slice is a picture, whatever space its file places it in:
+    // trailing axes of a single sample do not count, down to two.
+    [[nodiscard]] int dimensions() const;
+    [[nodiscard]] int filteredChannels() const;
+    [[nodiscard]] std::span<double> filteredValues();
+    [[nodiscard]] std::span<const double> filteredValues() const;
+    [[nodiscard]] std::span<double> channel(int index);
+    [[nodiscard]] std::span<const double> channel(int index) const;
 };
+
+struct Range {
+    double lowest = 0, highest = 0;
+};
+
+// Of the finite values; 0 to 0 if there are none.
+Range rangeOf(std::span<const double> values);
 
 struct SliceChoice {
     int axis = 2;   // 0, 1, 2 for x, y, z: the axis that the slice stands on
     int index = 0;  // of the slice along that axis
 };
 
-// The slice as a picture of two dimensions; its axes keep their order.
+// The slice as a volume of a single slice, in its place in space; its own axes keep their order.
 // Throws std::runtime_error if the volume has no such slice.
 Picture takeSlice(const Picture& volume, const SliceChoice& choice);
 

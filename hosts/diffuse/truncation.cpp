@@ -1,5 +1,6 @@
 #include "truncation.h"
 
+#include <gdcmReader.h>
 #include <itkMetaDataObject.h>
 #include <zlib.h>
 
@@ -9,6 +10,7 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace diffuse {
@@ -40,9 +42,17 @@ std::uintmax_t headerNumber(const itk::ImageIOBase& io, const char* key) {
 bool niftiIsWhole(fs::path file, const itk::ImageIOBase& io) {
     // Samples of a header of its own stand in the other file of the pair.
     if (file.extension() == ".hdr") file.replace_extension(".img");
-    const std::uintmax_t samples = io.GetImageSizeInComponents();
+    // Colours are one element of the file, the components of vectors several.
+    const bool inColour = io.GetPixelType() == itk::CommonEnums::IOPixel::RGB ||
+                          io.GetPixelType() == itk::CommonEnums::IOPixel::RGBA;
+    const std::uintmax_t elements =
+        inColour ? io.GetImageSizeInPixels() : io.GetImageSizeInComponents();
     return fs::file_size(file) >=
-           headerNumber(io, "vox_offset") + samples * headerNumber(io, "bitpix") / 8;
+           headerNumber(io, "vox_offset") + elements * headerNumber(io, "bitpix") / 8;
+}
+
+std::uint32_t littleEndian(const unsigned char (&bytes)[4]) {
+    return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
 }
 
 // The header tells where the pixels begin, in four bytes, lowest first. A pixel takes one byte at
@@ -52,19 +62,39 @@ bool bmpIsWhole(const fs::path& file, const itk::ImageIOBase& io) {
     std::ifstream stream(file, std::ios::binary);
     stream.seekg(10);
     stream.read(reinterpret_cast<char*>(bytes), sizeof bytes);
-    const std::uintmax_t offset =
-        bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uintmax_t>(bytes[3]) << 24;
-    return fs::file_size(file) >= offset + io.GetImageSizeInPixels();
+    const std::uintmax_t pixels = io.GetImageSizeInPixels();
+    return fs::file_size(file) >= littleEndian(bytes) + pixels;
 }
 
-// The marker of the end stands last, but for padding.
-bool jpegIsWhole(const fs::path& file) {
+// Whether the marker of the end stands last, but for padding.
+bool endsWith(const fs::path& file, std::string_view marker) {
     constexpr std::uintmax_t tailLength = 4096;
     std::ifstream stream(file, std::ios::binary);
     stream.seekg(-static_cast<std::streamoff>(std::min(tailLength, fs::file_size(file))),
                  std::ios::end);
     const std::string tail(std::istreambuf_iterator<char>(stream), {});
-    return tail.rfind("\xff\xd9") != std::string::npos;
+    return tail.find(marker) != std::string::npos;
+}
+
+// The length of the pixel data stands in the four bytes before them; compressed ones name none and
+// end with a delimiter.
+bool dicomIsWhole(const fs::path& file) {
+    using namespace std::string_view_literals;
+    gdcm::Reader reader;
+    reader.SetFileName(file.c_str());
+    const gdcm::Tag pixelData(0x7fe0, 0x0010);
+    if (!reader.ReadUpToTag(pixelData, {pixelData})) return false;
+    const gdcm::TransferSyntax syntax = reader.GetFile().GetHeader().GetDataSetTransferSyntax();
+    if (syntax == gdcm::TransferSyntax::DeflatedExplicitVRLittleEndian) return true;
+    const std::size_t start = reader.GetStreamCurrentPosition();
+    unsigned char bytes[4] = {};
+    std::ifstream stream(file, std::ios::binary);
+    stream.seekg(static_cast<std::streamoff>(start - sizeof bytes));
+    stream.read(reinterpret_cast<char*>(bytes), sizeof bytes);
+    if (syntax.GetSwapCode() == gdcm::SwapCode::BigEndian) std::reverse(bytes, bytes + 4);
+    const std::uint32_t length = littleEndian(bytes);
+    if (length == 0xffffffff) return endsWith(file, "\xfe\xff\xdd\xe0\0\0\0\0"sv);
+    return fs::file_size(file) >= start + length;
 }
 
 }  // namespace
@@ -79,7 +109,9 @@ void requireWholeFile(const fs::path& file, const itk::ImageIOBase& io) {
     } else if (reader == "BMPImageIO") {
         whole = bmpIsWhole(file, io);
     } else if (reader == "JPEGImageIO") {
-        whole = jpegIsWhole(file);
+        whole = endsWith(file, "\xff\xd9");
+    } else if (reader == "GDCMImageIO") {
+        whole = dicomIsWhole(file);
     }
     if (!whole) throw std::runtime_error("the file ends too early");
 }

@@ -8,7 +8,7 @@
 namespace diffuse {
 
 // Throws std::runtime_error if the file holds less than its header promises. Known for NIfTI, BMP,
-// JPEG and whatever is compressed with gzip; `io` has read the header.
+// JPEG, DICOM and whatever is compressed with gzip; `io` has read the header.
 void requireWholeFile(const std::filesystem::path& file, const itk::ImageIOBase& io);
 
 }  // namespace diffuse

@@ -38,7 +38,7 @@ TEST_F(DiffuseFolder, FiltersVolumes) {
 TEST_F(DiffuseFolder, OneSliceIsAPictureUnlessItStandsOnAnotherAxis) {
     const auto centreOf = [&](const std::string& sizes) {
         write("thin.nrrd", "double", sizes, "0 0 0  0 1 0  0 0 0", leftHanded);
-        EXPECT_EQ(run("thin.nrrd -k 1 -n 1 -o out.nrrd --montage sheet.nrrd"), 0) << complaint;
+        EXPECT_EQ(run("thin.nrrd -k 1 -n 1 -o out.nrrd --preview sheet.nrrd"), 0) << complaint;
         return samples<double>("out.nrrd")[4];
     };
     EXPECT_NEAR(centreOf("3 3 1"), 1 - 4 * 0.125, 1e-15);
@@ -46,7 +46,7 @@ TEST_F(DiffuseFolder, OneSliceIsAPictureUnlessItStandsOnAnotherAxis) {
 }
 
 // A body of 3 x 5 x 7 voxels (left, posterior, superior), whatever way its axes run in the file.
-TEST_F(DiffuseFolder, MontageShowsCentralSlicesUpright) {
+TEST_F(DiffuseFolder, PreviewShowsCentralSlicesUpright) {
     const int extents[] = {3, 5, 7};
     const auto grey = [](int left, int back, int up) { return left + 3 * (back + 5 * up); };
     // Axial 3 x 5, coronal 3 x 7, sagittal 5 x 7, with gaps of 4; filtered below clean.
@@ -80,7 +80,7 @@ TEST_F(DiffuseFolder, MontageShowsCentralSlicesUpright) {
         }
         const std::string space = "space: left-posterior-superior\nspace directions: ";
         write("body.nrrd", "uint8", sizes, values, space + directions + "\n");
-        ASSERT_EQ(run("body.nrrd -k 1 -n 0 --montage sheet.nrrd"), 0) << complaint;
+        ASSERT_EQ(run("body.nrrd -k 1 -n 0 --preview sheet.nrrd"), 0) << complaint;
         EXPECT_EQ(samples<unsigned char>("sheet.nrrd"), expected) << directions;
     }
 }

@@ -111,98 +111,12 @@ TEST_F(DiffuseFolder, NoiseIsGaussianRepeatableAndMeasured) {
     EXPECT_EQ(printed, line);
 }
 
-TEST_F(DiffuseFolder, ReadsBackEveryFormatThatItWrites) {
-    for (const std::string name :
-         {"a.png", "a.tif", "a.bmp", "a.nii", "a.nii.gz", "a.nrrd", "a.mha", "a.mhd", "a.dcm"}) {
-        ASSERT_EQ(run("bytes.nrrd -k 1 -n 0 -o " + name), 0) << complaint;
-        ASSERT_EQ(run(name + " -k 1 -n 0 -o back.nrrd"), 0) << complaint;
-        EXPECT_EQ(complaint, "");
-        EXPECT_EQ(samples<unsigned char>("back.nrrd"),
-                  (std::vector<unsigned char>{10, 20, 30, 40, 50, 255}))
-            << name;
-    }
-}
-
-TEST_F(DiffuseFolder, RefusesFilesThatEndTooEarly) {
-    std::string zeros;
-    for (int i = 0; i < 60 * 61; ++i) zeros += "0 ";
-    write("flat.nrrd", "uint8", "61 60", zeros);
-    for (const std::string name :
-         {"a.png", "a.tif", "a.jpg", "a.bmp", "a.nii", "a.nii.gz", "a.nrrd", "a.mha", "a.hdr"}) {
-        ASSERT_EQ(run("flat.nrrd -k 1 -n 0 --add-noise 90 -o " + name), 0) << complaint;
-        ASSERT_EQ(run(name + " -k 1 -n 0 -o out.nrrd"), 0) << complaint;
-        fs::remove(folder / "out.nrrd");
-        const fs::path data = folder / (name == "a.hdr" ? "a.img" : name);
-        fs::resize_file(data, fs::file_size(data) - 1000);
-        EXPECT_EQ(run(name + " -k 1 -o out.nrrd"), 1) << name;
-        EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1) << complaint;
-        EXPECT_FALSE(fs::exists(folder / "out.nrrd")) << name;
-    }
-}
-
-TEST_F(DiffuseFolder, MontageShowsThePanelsSideBySide) {
-    ASSERT_EQ(run("bytes.nrrd -k 1e-9 -n 1 --montage sheet.nrrd"), 0) << complaint;
+TEST_F(DiffuseFolder, PreviewShowsThePanelsSideBySide) {
+    ASSERT_EQ(run("bytes.nrrd -k 1e-9 -n 1 --preview sheet.nrrd"), 0) << complaint;
     // 10 to 255 is stretched to 0 to 255; a threshold this small changes nothing.
     const std::vector<unsigned char> expected = {0,  10, 21,  255, 255, 255, 255, 0,  10, 21,
                                                  31, 42, 255, 255, 255, 255, 255, 31, 42, 255};
     EXPECT_EQ(samples<unsigned char>("sheet.nrrd"), expected);
-}
-
-TEST_F(DiffuseFolder, RefusesBadInputInOneLineAndWritesNothing) {
-    write("line.nrrd", "double", "4", "1 2 3 4");
-    write("four.nrrd", "double", "2 1 1 2", "1 2 3 4");
-    std::ofstream(folder / "colour.nrrd")
-        << "NRRD0004\ntype: uint8\ndimension: 3\nsizes: 3 1 2\nkinds: RGB-color domain domain\n"
-           "encoding: ascii\n\n1 1 1 2 3 4\n";
-    std::ofstream(folder / "text.png") << "this is no picture\n";
-    std::ofstream(folder / "empty.nrrd");
-    std::ofstream(folder / "short.nrrd") << slurp(folder / "step.nrrd").substr(0, 75);
-    fs::create_directory(folder / "taken.nrrd");
-    const struct {
-        const char* arguments;
-        int status;
-        const char* words;
-    } cases[] = {
-        {"missing.png -k 1 -o out.nrrd", 1, "missing.png: No such file"},
-        {"text.png -k 1 -o out.nrrd", 1, "text.png: unknown format"},
-        {"empty.nrrd -k 1 -o out.nrrd", 1, "empty.nrrd"},
-        {"short.nrrd -k 1 -o out.nrrd", 1, "short.nrrd"},
-        {". -k 1 -o out.nrrd", 1, "folder"},
-        {"line.nrrd -k 1 -o out.nrrd", 1, "1 dimensions"},
-        {"colour.nrrd -k 1 -o out.nrrd", 1, "in colour"},
-        {"four.nrrd -k 1 -o out.nrrd", 1, "4 dimensions"},
-        {"volume.nrrd -k 1 -o out.png", 1, "no volumes"},
-        {"volume.nrrd -k 1 -o out.dcm", 1, "left-handed"},
-        {"volume.nrrd -k 1 -o out.nrrd --slice z:2", 1, "slices 0 to 1"},
-        {"step.nrrd -k 1 -o out.nrrd --slice z:0", 1, "3 dimensions"},
-        {"step.nrrd -k 1 -o out.unknown", 1, "out.unknown"},
-        {"step.nrrd -k 1 -o out.png", 1, "out.png"},  // PNG has no floating point
-        {"step.nrrd -k 1 -o no/out.nrrd", 1, "no/out.nrrd: No such file"},
-        {"step.nrrd -k 1 -o taken.nrrd", 1, "taken.nrrd: Is a directory"},
-        {"volume.nrrd -k 1 -o out.nrrd --slice z:-1", 2, "AXIS:INDEX"},
-        {"volume.nrrd -k 1 -o out.nrrd --slice w:1", 2, "AXIS:INDEX"},
-        {"volume.nrrd -k 1 -o out.nrrd --slice z:1x", 2, "AXIS:INDEX"},
-        {"step.nrrd -k 1 -o out.nrrd -n -1", 2, "--iterations"},
-        {"step.nrrd -k 1 -o out.nrrd -n 2.5", 2, "--iterations"},
-        {"step.nrrd -k nan -o out.nrrd", 2, "--threshold"},
-        {"step.nrrd -k inf -o out.nrrd", 2, "--threshold"},
-        {"step.nrrd -k 0 -o out.nrrd", 2, "--threshold"},
-        {"step.nrrd -k ten -o out.nrrd", 2, "--threshold"},
-        {"step.nrrd -o out.nrrd", 2, "--threshold"},
-        {"step.nrrd -k 1 -o out.nrrd --add-noise -3", 2, "--add-noise"},
-        {"step.nrrd -k 1 -o out.nrrd --instruction-set sse", 2, "--instruction-set"},
-        {"step.nrrd -k 1", 2, "nothing to do"},
-        {"-k 1 -o out.nrrd", 2, "input"},
-        {"step.nrrd -k 1 -o out.nrrd --unknown", 2, "--unknown"},
-    };
-    const std::size_t before = files();
-    for (const auto& [arguments, status, words] : cases) {
-        EXPECT_EQ(run(arguments), status) << arguments;
-        EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1) << complaint;
-        EXPECT_NE(complaint.find(words), std::string::npos) << arguments << ": " << complaint;
-        EXPECT_EQ(printed, "") << arguments;
-        EXPECT_EQ(files(), before) << arguments;
-    }
 }
 
 }  // namespace

@@ -1,0 +1,151 @@
+// Formats, colours, and the place of a picture in space.
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "DiffuseFolder.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+TEST_F(DiffuseFolder, ReadsBackEveryFormatThatItWrites) {
+    write("rgb.nrrd", "uint8", "3 3 2", "9 8 7  1 2 3  9 9 9  5 5 4  0 255 0  3 2 1",
+          "kinds: RGB-color domain domain\n");
+    write("rgba.nrrd", "uint8", "4 2 2", "9 8 7 0  1 2 3 1  5 5 4 2  0 255 0 3",
+          "kinds: RGBA-color domain domain\n");
+    const std::vector<std::string> names = {"a.png",    "a.tif",  "a.bmp", "a.nii",
+                                            "a.nii.gz", "a.nrrd", "a.mha", "a.mhd"};
+    for (const std::string source : {"bytes.nrrd", "rgb.nrrd", "rgba.nrrd"}) {
+        ASSERT_EQ(run(source + " -n 0 -o expected.nrrd"), 0) << complaint;
+        auto all = names;
+        if (source != "rgba.nrrd") all.emplace_back("a.dcm");
+        for (const std::string& name : all) {
+            ASSERT_EQ(run(source + " -n 0 -o " + name), 0) << complaint;
+            ASSERT_EQ(run(name + " -n 0 -o back.nrrd"), 0) << source << complaint;
+            EXPECT_EQ(complaint, "");
+            EXPECT_EQ(samples<unsigned char>("back.nrrd"), samples<unsigned char>("expected.nrrd"))
+                << source << " " << name;
+        }
+    }
+    expectRefusal("rgba.nrrd -k 1 -o out.jpg", 1, "no opacity");
+}
+
+TEST_F(DiffuseFolder, FiltersColoursByChannelAndKeepsOpacity) {
+    const std::string channels[] = {"10 20 30 40 50 255", "1 2 200 4 5 6", "90 80 70 60 50 40"};
+    std::vector<Bytes> filtered;
+    for (const std::string& values : channels) {
+        write("channel.nrrd", "uint8", "3 2", values);
+        ASSERT_EQ(run("channel.nrrd -k 100 -n 2 -o out.nrrd"), 0) << complaint;
+        filtered.push_back(samples<unsigned char>("out.nrrd"));
+    }
+    write("colours.nrrd", "uint8", "4 3 2",
+          "10 1 90 7  20 2 80 200  30 200 70 7  40 4 60 7  50 5 50 7  255 6 40 7",
+          "kinds: RGBA-color domain domain\n");
+    ASSERT_EQ(run("colours.nrrd -k 100 -n 2 -o out.nrrd --preview sheet.nrrd"), 0) << complaint;
+    const Bytes out = samples<unsigned char>("out.nrrd");
+    const Bytes sheet = samples<unsigned char>("sheet.nrrd");
+    ASSERT_EQ(out.size(), 24u);
+    ASSERT_EQ(sheet.size(), 3u * 10 * 2);
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(out[4 * i + 3], i == 1 ? 200 : 7);
+        for (int c = 0; c < 3; ++c) EXPECT_EQ(out[4 * i + c], filtered[c][i]) << i << " " << c;
+    }
+    EXPECT_EQ((Bytes{sheet.begin(), sheet.begin() + 3}), (Bytes{9, 0, 89}));  // 1 to 255 stretched
+}
+
+TEST_F(DiffuseFolder, KeepsThePlaceInSpace) {
+    const std::string geometry =
+        "space: left-posterior-superior\nspace directions: (0,2,0) (0,0,3) (4,0,0)\n"
+        "space origin: (5,6,7)\n";
+    write("volume.nrrd", "int16", "3 2 2", "0 1 2  3 4 5  6 7 8  9 10 11", geometry);
+    write("single.nrrd", "int16", "3 2 1", "0 1 2  3 4 5", geometry);
+    const struct {
+        const char* source;
+        const char* directions;
+        const char* origin;
+    } cases[] = {{"volume.nrrd", "(0,2,0) (0,0,3) (4,0,0)", "(5,6,7)"},
+                 {"single.nrrd", "(0,2,0) (0,0,3) (4,0,0)", "(5,6,7)"},
+                 {"volume.nrrd --slice z:1", "(0,2,0) (0,0,3) (4,0,0)", "(9,6,7)"},
+                 {"volume.nrrd --slice y:1", "(0,2,0) (4,0,0) (0,0,-3)", "(5,6,10)"},
+                 {"volume.nrrd --slice x:2", "(0,0,3) (4,0,0) (0,2,0)", "(5,10,7)"}};
+    for (const auto& [source, directions, origin] : cases) {
+        for (const std::string name : {"a.nrrd", "a.nii.gz", "a.mha"}) {
+            ASSERT_EQ(run(std::string(source) + " -n 1 -o " + name), 0) << complaint;
+            ASSERT_EQ(run(name + " -n 0 -o back.nrrd"), 0) << complaint;
+            const std::string header =
+                std::regex_replace(slurp(folder / "back.nrrd"), std::regex("-0(?=[,)])"), "0");
+            for (const std::string& line : {"space directions: " + std::string(directions),
+                                            "space origin: " + std::string(origin)}) {
+                EXPECT_NE(header.find(line), std::string::npos) << source << name << header;
+            }
+        }
+    }
+}
+
+// A DICOM file of 2 x 2 samples of 16 bits: all of them the depth of the slice.
+void writeSlice(const fs::path& file, int instance, const std::string& series, int depth,
+                const std::string& directions = "1\\0\\0\\0\\1\\0") {
+    std::string content(128, '\0');
+    const auto put = [&](const std::string& bytes) { content += bytes; };
+    const auto number = [](unsigned value, int bytes) {
+        std::string text;
+        for (; bytes > 0; --bytes, value >>= 8) text += static_cast<char>(value & 255);
+        return text;
+    };
+    const auto element = [&](int group, int index, const std::string& type, std::string value) {
+        if (value.size() % 2 != 0) value += type == "UI" ? '\0' : ' ';
+        const bool isLong = type == "OW";
+        return number(group, 2) + number(index, 2) + type + (isLong ? number(0, 2) : "") +
+               number(value.size(), isLong ? 4 : 2) + value;
+    };
+    const std::string resonance = "1.2.840.10008.5.1.4.1.1.4";
+    const std::string name = "1.2.9." + std::to_string(instance);
+    const std::string meta = element(2, 2, "UI", resonance) + element(2, 3, "UI", name) +
+                             element(2, 0x10, "UI", "1.2.840.10008.1.2.1");
+    put("DICM" + element(2, 0, "UL", number(meta.size(), 4)) + meta);
+    put(element(8, 0x16, "UI", resonance) + element(8, 0x18, "UI", name));
+    put(element(8, 0x60, "CS", "MR"));
+    put(element(0x20, 0xd, "UI", "1.2.3") + element(0x20, 0xe, "UI", series));
+    put(element(0x20, 0x32, "DS", "5\\6\\" + std::to_string(depth)));
+    put(element(0x20, 0x37, "DS", directions) + element(0x28, 2, "US", number(1, 2)));
+    put(element(0x28, 4, "CS", "MONOCHROME2") + element(0x28, 0x10, "US", number(2, 2)));
+    put(element(0x28, 0x11, "US", number(2, 2)) + element(0x28, 0x30, "DS", "2\\3"));
+    put(element(0x28, 0x100, "US", number(16, 2)) + element(0x28, 0x101, "US", number(16, 2)));
+    put(element(0x28, 0x102, "US", number(15, 2)) + element(0x28, 0x103, "US", number(0, 2)));
+    std::string pixels;
+    for (int i = 0; i < 4; ++i) pixels += number(depth, 2);
+    put(element(0x7fe0, 0x10, "OW", pixels));
+    std::ofstream(file, std::ios::binary) << content;
+}
+
+TEST_F(DiffuseFolder, StacksTheSlicesOfASeries) {
+    const fs::path series = folder / "series";
+    fs::create_directory(series);
+    for (const int depth : {30, 10, 40, 20}) {
+        writeSlice(series / std::to_string(99 - depth), depth, "1.2.4", depth);
+    }
+    ASSERT_EQ(run("series -n 0 -o out.nrrd"), 0) << complaint;
+    std::vector<std::uint16_t> expected;
+    for (int i = 0; i < 16; ++i) expected.push_back(10 + i / 4 * 10);
+    EXPECT_EQ(samples<std::uint16_t>("out.nrrd"), expected);
+    for (const char* line : {"space directions: (3,0,0) (0,2,0) (0,0,10)", "origin: (5,6,10)"}) {
+        EXPECT_NE(slurp(folder / "out.nrrd").find(line), std::string::npos) << line;
+    }
+    ASSERT_EQ(run("series --slice z:1 -n 0 -o one.dcm"), 0) << complaint;
+    ASSERT_EQ(run("one.dcm -n 0 -o out.nrrd"), 0) << complaint;
+    EXPECT_NE(slurp(folder / "out.nrrd").find("origin: (5,6,20)"), std::string::npos);
+    fs::remove(series / "79");  // the slice of depth 20
+    expectRefusal("series -k 1 -o new.nrrd", 1, "even distances");
+    writeSlice(series / "79", 20, "1.2.5", 20);
+    expectRefusal("series -k 1 -o new.nrrd", 1, "2 DICOM series");
+    writeSlice(series / "79", 20, "1.2.4", 20);
+    fs::resize_file(series / "79", fs::file_size(series / "79") - 1);
+    expectRefusal("series -k 1 -o new.nrrd", 1, "series/79: the file ends too early");
+}
+
+}  // namespace

@@ -1,0 +1,104 @@
+// What the program tells: thresholds that it finds, reports, the manual.
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "DiffuseFolder.h"
+
+namespace {
+
+class Reports : public DiffuseFolder {
+protected:
+    nlohmann::json report(const std::string& arguments) {
+        EXPECT_EQ(run(arguments + " --json"), 0) << complaint;
+        return nlohmann::json::parse(printed);
+    }
+
+    // A disc with a bright rim and a spot on a slope, in the middle of a background of zeros.
+    void writeHead() const {
+        std::string values;
+        for (int y = 0; y < 128; ++y) {
+            for (int x = 0; x < 128; ++x) {
+                const double r = std::hypot(x - 64, y - 60);
+                const bool spot = std::hypot(x - 50, y - 50) < 9;
+                values += std::to_string(r > 52 ? 0 : r > 46 ? 200 : 60 + x / 2 + 50 * spot) + " ";
+            }
+        }
+        write("head.nrrd", "uint8", "128 128", values);
+    }
+};
+
+TEST_F(Reports, JsonTellsWhatWasDone) {
+    auto json = report(
+        "step.nrrd -k 1 -n 2 --threads 2 --instruction-set none --type float32 "
+        "--connectivity maximal --conduction exponential -o out.nrrd");
+    EXPECT_EQ(json["pipeline"], "diffusefilt2_maximal_exponential_float32_none");
+    EXPECT_EQ(json["threads"], 2);
+    EXPECT_EQ(json["output"], "out.nrrd");
+    json = report("step.nrrd -k 1 -n 2");
+    EXPECT_EQ(json["output"], nullptr);
+    EXPECT_EQ(json["threshold"], 1);
+    EXPECT_EQ(json["samples"]["extents"], (std::vector<int>{4, 3}));
+    EXPECT_EQ(json["samples"]["type"], "float64");
+    EXPECT_FALSE(json.contains("psnr"));
+    ASSERT_EQ(json["steps"].size(), 2u);
+    // The sample of 1 gives 1/8 to each of its four neighbours.
+    EXPECT_EQ(json["steps"][0]["largest_change"], 0.5);
+    EXPECT_NEAR(json["steps"][0]["rms_change"], std::sqrt((0.25 + 4.0 / 64) / 12), 1e-15);
+    for (const char* part : {"read", "filter", "write"}) EXPECT_GE(json["seconds"][part], 0);
+}
+
+TEST_F(Reports, TheAutomaticThresholdIsAsGoodAsTheBest) {
+    writeHead();
+    for (const std::string conduction : {"quadratic", "exponential"}) {
+        for (const double sigma : {5, 10, 20, 40}) {
+            const std::string call =
+                "head.nrrd --conduction " + conduction + " --add-noise " + std::to_string(sigma);
+            const auto json = report(call);
+            EXPECT_NEAR(json["noise_sigma"], sigma, 0.05 * sigma);
+            double best = 0;
+            for (double k = sigma; k < 6 * sigma; k *= 1.2) {
+                const auto fixed = report(call + " -k " + std::to_string(k));
+                best = std::max(best, fixed["psnr"]["after"].get<double>());
+            }
+            EXPECT_GE(json["psnr"]["after"], best - 0.7) << conduction << " " << sigma;
+        }
+    }
+}
+
+// A file cuts noise off at the ends of its sample type, which here hits all of the background.
+TEST_F(Reports, NoiseThatWasCutOffIsFoundAndNoNoiseIsNoError) {
+    writeHead();
+    for (const double sigma : {5, 20}) {
+        ASSERT_EQ(run("head.nrrd -n 0 -o noisy.nrrd --add-noise " + std::to_string(sigma)), 0);
+        EXPECT_NEAR(report("noisy.nrrd")["noise_sigma"], sigma, 0.1 * sigma);
+    }
+    write("flat.nrrd", "float", "2 3", "7 7 7 7 nan inf");
+    EXPECT_EQ(report("flat.nrrd -k auto")["threshold"], 1);
+    write("hole.nrrd", "float", "4 4", "nan 1 4 2  1 2 5 7  9 9 9 9  0 0 0 0");
+    EXPECT_GT(report("hole.nrrd")["noise_sigma"].get<double>(), 0);
+    write("two.nrrd", "uint8", "2 2", "0 200 0 200");
+    EXPECT_EQ(report("two.nrrd")["threshold"], 0.2);
+    ASSERT_EQ(run("two.nrrd -o out.nrrd"), 0);
+    EXPECT_EQ(printed, "threshold: 0.2, for noise of sigma 0 and 3 steps\n");
+}
+
+TEST_F(Reports, HelpAndManualListTheSameOptions) {
+    const auto optionsOf = [](const std::string& text, const char* pattern) {
+        const std::regex option(pattern);
+        std::set<std::string> names;
+        for (std::sregex_iterator at(text.begin(), text.end(), option), end; at != end; ++at) {
+            names.insert((*at)[1]);
+        }
+        return names;
+    };
+    ASSERT_EQ(run("--help"), 0);
+    const auto inHelp = optionsOf(printed, R"(\n  (?:-\w,)?-(-[a-z-]+))");
+    EXPECT_EQ(inHelp.size(), 14u);
+    EXPECT_EQ(inHelp, optionsOf(slurp(DIFFUSE_MANUAL), R"(\n\.It (?:Fl \w , )?Fl (-[a-z-]+))"));
+}
+
+}  // namespace
