@@ -16,9 +16,9 @@ namespace diffuse {
 double noiseSigma(const Picture& picture);
 
 // The gradient threshold for noise of standard deviation `sigma`: a multiple of it that falls with
-// the number of steps, 5.4 n^-0.9 for `quadratic` and 5.4 n^-0.62 for `exponential`, fitted to the
-// thresholds of the highest PSNR on a head MRI with noise of 5 to 40 grey values.
-// Without noise, a thousandth of the range of the picture, or 1 if that is 0 as well.
+// the number of steps n, 5.4 n^-0.9 for `quadratic` and 5.4 n^-0.62 for `exponential`, fitted to
+// the thresholds of the highest PSNR on a head MRI with noise of 5 to 40 grey values and 1 to 5
+// steps. Without noise, a thousandth of the range of the picture, or 1 if that is 0 as well.
 double automaticThreshold(double sigma, const Picture& picture, const std::string& conduction,
                           int iterations);
 
