@@ -175,7 +175,7 @@ TEST(LadderDeathTest, TheDefaultHandlerPrintsAndAborts) {
                 dup2(STDERR_FILENO, STDOUT_FILENO);  // where the runtime prints
                 pipeline.entry(nullptr, 1.0, nullptr);
             },
-            "^Error: Buffer argument keyimForType is NULL\n$");
+            "^Error: Buffer argument keyimForType is NULL\n");
     }
 }
 
