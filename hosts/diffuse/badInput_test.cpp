@@ -137,6 +137,8 @@ public:
         if (!onTerminal) output_ = pipes[0];
         close(pipes[1]);
     }
+    // False where there is no terminal to be had.
+    bool started() const { return process_ > 0; }
     ~Running() { close(output_); }
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
@@ -155,6 +157,7 @@ public:
     // The signal that ended it, 0 for none.
     int endWith(int signal) const {
         int status = 0;
+        if (!started()) return -1;  // kill(-1) would reach every process there is
         kill(process_, signal);
         waitpid(process_, &status, 0);
         return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
@@ -171,6 +174,7 @@ TEST_F(DiffuseFolder, LongWorkShowsHowFarItIsAndEndsAtASignalWithoutAFile) {
                                               "out.nrrd",  "-n", "2000000000"};
     for (const bool onTerminal : {false, true}) {
         const Running program(folder, endless, onTerminal);
+        if (onTerminal && !program.started()) GTEST_SKIP() << "no terminal to be had here";
         const std::string line = program.readLine();
         EXPECT_EQ(line.find(onTerminal ? "\r[....." : "diffuse: step "), 0u) << line;
         EXPECT_EQ(program.endWith(SIGINT), SIGINT);
