@@ -17,11 +17,12 @@ std::condition_variable meetingComplete;
 thread_local int lastRound = -1;
 
 void meet() {
-    constexpr auto patience = std::chrono::seconds(30);
+    constexpr auto patience = std::chrono::seconds(1);
     std::unique_lock lock(meetingMutex);
     meetingComplete.notify_all();
     if (!meetingComplete.wait_for(lock, patience, [] { return threadCount >= meetingSize; })) {
         meetingSize = 1;
+        meetingComplete.notify_all();
     }
 }
 
