@@ -142,6 +142,7 @@ void FrameTrial::shape(const PipelineVariant& variant, const int32_t* extents, B
     buffer.dimensions = bytes.number(variant.dimensions, 30);
     buffer.flags = state % 8 == 3 ? ~uint64_t{0} : 0;
     buffer.padding = &buffer;
+    buffer.device_interface = reinterpret_cast<const halide_device_interface_t*>(&buffer);
     buffer.dim = record.dim;
     int32_t dense = 1;
     for (int d = 0; d < variant.dimensions; ++d) {
