@@ -1,5 +1,4 @@
 // What the finished library shows to the dynamic linker, against the stored list.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -92,36 +91,17 @@ TEST(Surface, InitialisersAndFinalisersAreKnown) {
     }
 }
 
-TEST(Surface, OnlyTheSurfaceIsFoundByName) {
-    void* library = dlopen(LIBRARY, RTLD_NOW);
-    ASSERT_NE(library, nullptr) << dlerror();
+// What a profiler calls the tasks; the list has no such name.
+TEST(Surface, TasksAreNamedLocalFunctions) {
+    std::set<std::string> locals;
+    for (const Words& w : linesOf("nm " LIBRARY)) {
+        if (w.size() == 3 && w[1] == "t") locals.insert(w[2]);
+    }
     for (const support::Pipeline& pipeline : support::pipelines()) {
-        const std::string name = pipeline.name;
-        for (const char* suffix : {"", "_argv", "_metadata"}) {
-            EXPECT_NE(dlsym(library, (name + suffix).c_str()), nullptr) << name << suffix;
-        }
-        const bool is3D = pipeline.variant.dimensions == 3;
-        const std::string body =
-            "par_for_" + name + (is3D ? "_diffusefilt3.s0.z" : "_diffusefilt2.s0.y");
-        EXPECT_EQ(dlsym(library, body.c_str()), nullptr) << body;
-        // It is there, as a local function.
-        static const auto locals = [] {
-            std::set<std::string> names;
-            for (const Words& w : linesOf("nm " LIBRARY)) {
-                if (w.size() == 3 && w[1] == "t") names.insert(w[2]);
-            }
-            return names;
-        }();
-        EXPECT_TRUE(locals.contains(body)) << body;
+        const std::string loop =
+            pipeline.variant.dimensions == 3 ? "_diffusefilt3.s0.z" : "_diffusefilt2.s0.y";
+        EXPECT_TRUE(locals.contains("par_for_" + (pipeline.name + loop))) << pipeline.name;
     }
-    for (const char* name : {"halide_set_custom_do_par_for", "halide_set_error_handler",
-                             "halide_set_custom_do_task", "__wrap_memcpy"}) {
-        EXPECT_NE(dlsym(library, name), nullptr) << name;
-    }
-    for (const char* name : {"tbb_do_par_for", "overRideWithTBB"}) {
-        EXPECT_EQ(dlsym(library, name), nullptr) << name;
-    }
-    dlclose(library);
 }
 
 }  // namespace

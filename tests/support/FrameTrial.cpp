@@ -102,10 +102,12 @@ public:
         return result;
     }
 
-    // Mostly the usual value, else one near it or, seldom, any at all.
+    // Mostly the usual value, else one near it or, seldom, any at all. The lowest is the one
+    // whose negative wraps.
     int32_t number(int32_t usual, int unusualOf256) {
         const int kind = byte();
         if (kind < 256 - unusualOf256) return usual;
+        if (kind == 255) return std::numeric_limits<int32_t>::min();
         return kind < 252 ? usual + static_cast<int8_t>(byte()) / 8 : any<int32_t>();
     }
 
