@@ -69,7 +69,7 @@ TEST(RowSchedule, MaximalRowsHaveTwoSegments) {
     EXPECT_EQ(cut(name, 3, 0, 3), "0-1 lower, 1-2 both");
 }
 
-// The classes of rows -2 to 9 over an input of eight rows.
+// The classes of rows -2 to 9 over an input of eight rows, and the vectors of a clamped one.
 template <Connectivity connectivity>
 std::string classesOfRows(const char* name) {
     const CapturedLoop loop(*findPipeline(name), {{0, 80, 1}, {0, 8, 100}},
@@ -77,14 +77,14 @@ std::string classesOfRows(const char* name) {
     const auto record = loop.as<RowClosure<connectivity, double>>();
     std::string text;
     for (int y = -2; y < 10; ++y) text += wordOf(rowClampAt(record, y))[0];
-    return text;
+    return text + ", " + textOf(vectorCut(record, Clamp::both, 2));
 }
 
 TEST(RowSchedule, RowsAreClassified) {
     EXPECT_EQ(classesOfRows<Connectivity::minimal>("diffusefilt2_minimal_quadratic_float64_none"),
-              "bbbnnnnnnbbb");
+              "bbbnnnnnnbbb, 0-40 both");
     EXPECT_EQ(classesOfRows<Connectivity::maximal>("diffusefilt2_maximal_quadratic_float64_none"),
-              "lllllllllbbb");
+              "lllllllllbbb, 0-40 both");
 }
 
 // The rows of each plane of the volume 11 x 6 x 5, and the vectors of those with the fewest
