@@ -2,6 +2,7 @@
 // exceptions.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <map>
@@ -89,20 +90,6 @@ TEST(ParallelLoop, FailuresAreReturnedAndStopNothing) {
     }
 }
 
-// A task may start a loop of its own.
-TEST(ParallelLoop, Nests) {
-    static std::atomic<int> inner;
-    inner = 0;
-    const auto leaf = [](void*, int, uint8_t*) { return int(++inner > 0) - 1; };
-    static halide_task_t leafTask;
-    leafTask = leaf;
-    const auto outer = [](void*, int number, uint8_t*) {
-        return halide_do_par_for(nullptr, leafTask, number, 10, nullptr);
-    };
-    EXPECT_EQ(halide_do_par_for(nullptr, outer, 0, 20, nullptr), 0);
-    EXPECT_EQ(inner, 200);
-}
-
 // A task hook that strikes the odd tasks.
 enum class Trouble { fails, throws, nests };
 Trouble trouble;
@@ -162,41 +149,28 @@ TEST_P(TaskHook, MayFailThrowAndNest) {
 
 INSTANTIATE_TEST_SUITE_P(Pipelines, TaskHook, testing::ValuesIn(pipelines()), nameOf);
 
-// The host may put the runtime's own loop in place; what it gets back is ours, and
-// handing that over restores it.
+// The host may put the runtime's own pool in place, which HL_NUM_THREADS governs, and not the
+// loop on TBB; what it gets back is ours, and handing that over restores it.
 TEST(ParallelLoop, TheHostMayReplaceIt) {
-    const Pipeline& pipeline = pipelines().front();
-    FrameCall onTBB(pipeline, 30);
-    FrameCall onPool(pipeline, 30);
-    onTBB.fillInput();
-    onPool.fillInput();
-    EXPECT_EQ(onTBB.run(), 0);
-    const halide_do_par_for_t ours = halide_set_custom_do_par_for(halide_default_do_par_for);
-    EXPECT_NE(ours, nullptr);
-    EXPECT_NE(ours, &halide_default_do_par_for);
-    EXPECT_EQ(onPool.run(), 0);
-    EXPECT_EQ(halide_set_custom_do_par_for(ours), &halide_default_do_par_for);
-    halide_shutdown_thread_pool();
-    EXPECT_EQ(onTBB.outputMemory, onPool.outputMemory);
-}
-
-// HL_NUM_THREADS governs the runtime's own pool, where a host puts that in place, and
-// not the loop on TBB.
-TEST(ParallelLoop, ThreadVariableIsThePools) {
-    const Pipeline& pipeline = pipelines().front();
-    FrameCall call(pipeline, pipeline.variant.lanes() + 1);
+    FrameCall call(pipelines().front(), 30);
+    call.fillInput();
     TaskObserver observer;
     const auto run = [&] { EXPECT_EQ(call.run(), 0); };
     setenv("HL_NUM_THREADS", "1", 1);
     withThreads(2, [&] { EXPECT_TRUE(observer.meetOn(2, run)) << observer.threads(); });
+    const auto onTBB = call.outputMemory;
     const halide_do_par_for_t ours = halide_set_custom_do_par_for(halide_default_do_par_for);
+    EXPECT_NE(ours, nullptr);
     for (const int threads : {1, 3}) {
         setenv("HL_NUM_THREADS", std::to_string(threads).c_str(), 1);
         halide_set_num_threads(0);  // reads the variable
+        std::ranges::fill(call.outputMemory, std::byte{0x5a});
         EXPECT_TRUE(observer.meetOn(threads, run)) << observer.threads();
+        EXPECT_EQ(call.outputMemory, onTBB);
         halide_shutdown_thread_pool();
     }
-    halide_set_custom_do_par_for(ours);
+    EXPECT_EQ(halide_set_custom_do_par_for(ours), &halide_default_do_par_for);
+    EXPECT_NE(ours, &halide_default_do_par_for);
     unsetenv("HL_NUM_THREADS");
 }
 

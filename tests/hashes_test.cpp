@@ -11,8 +11,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "support/FrameCall.h"
 #include "support/HalideBuffer.h"
+#include "support/PipelineTest.h"
 #include "support/RandomCall.h"
 
 namespace {
@@ -86,14 +86,11 @@ std::string placeOf(const Pipeline& pipeline) {
     return place;
 }
 
-class StoredHash : public testing::TestWithParam<Pipeline> {};
+class StoredHash : public PipelineTest {};
 
 TEST_P(StoredHash, Holds) {
     const Pipeline& pipeline = GetParam();
-    if (!processorRuns(pipeline.variant.instructionSet)) GTEST_SKIP() << "the processor lacks it";
-    const std::string found = pipeline.variant.elementType == ElementType::float32
-                                  ? hashOf<float>(pipeline)
-                                  : hashOf<double>(pipeline);
+    const std::string found = narrow() ? hashOf<float>(pipeline) : hashOf<double>(pipeline);
     const std::string place = placeOf(pipeline) + " ";
     std::ifstream file(STORED_HASHES);
     for (std::string line; std::getline(file, line);) {

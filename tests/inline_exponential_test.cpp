@@ -5,23 +5,18 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <numbers>
-#include <string>
 #include <vector>
 
 #include "reference/Reference.h"
 #include "support/Bits.h"
-#include "support/Pipelines.h"
+#include "support/PipelineTest.h"
 #include "support/SmallImage.h"
 
 namespace {
 
 using namespace diffusefilt;
 using namespace support;
-
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 std::vector<Pipeline> planarPipelines() {
     std::vector<Pipeline> chosen = pipelines();
@@ -33,32 +28,24 @@ std::vector<Pipeline> planarPipelines() {
     return chosen;
 }
 
-class InlineExponential : public testing::TestWithParam<Pipeline> {
+class InlineExponential : public PipelineTest {
 protected:
-    void SetUp() override {
-        if (!processorRuns(instructionSet())) {
-            GTEST_SKIP() << "the processor lacks the instruction set";
-        }
-    }
-
-    InstructionSet instructionSet() const { return GetParam().variant.instructionSet; }
-
     // g * difference, in full, with g the exponential of the square of difference / threshold:
     // a lone difference from 0, divided by the rate of planes, a power of two. It shows g
     // itself where the difference is a power of two.
     float flux(float difference, float threshold) const {
-        const int width = 2 * GetParam().variant.lanes();
+        const int width = 2 * variant().lanes();
         SmallImage<float> image(width, 3, 0, 0.0f);
         image(width / 2 + 1, 1, 0) = difference;
-        const bool minimal = GetParam().variant.connectivity == Connectivity::minimal;
-        const float rate = minimal ? 0.25f : 0.125f;
+        const float rate = minimal() ? 0.25f : 0.125f;
         return filtered(GetParam(), image, threshold)(width / 2, 1, 0) / rate;
     }
 };
 
 TEST_P(InlineExponential, ShowsItsBits) {
     EXPECT_EQ(bitsOf(flux(1, 1)), 0x3ebc5ab2u);
-    const bool avx = instructionSet() == InstructionSet::avx;
+    const InstructionSet set = variant().instructionSet;
+    const bool avx = set == InstructionSet::avx;
     const float atFifty = std::bit_cast<float>(avx ? 0x1b692beau : 0x1b692bebu);
     EXPECT_EQ(bitsOf(flux(3, 0.424264073f)), bitsOf(3 * atFifty));  // t * t is 50
 
@@ -68,7 +55,7 @@ TEST_P(InlineExponential, ShowsItsBits) {
 
     const auto matchesReference = [&](float threshold) {
         const float t = 1 / threshold;
-        const float g = reference::inlineExponential(instructionSet(), t * t);
+        const float g = reference::inlineExponential(set, t * t);
         return bitsOf(flux(16, 16 * threshold)) == bitsOf(16 * g);
     };
     for (float threshold = 0.10722f; threshold < 20; threshold *= 1.0005f) {
@@ -98,24 +85,8 @@ TEST_P(InlineExponential, ShowsItsBits) {
     }
 }
 
-TEST(InlineExponentialReference, GivesTheKnownBits) {
-    using reference::inlineExponential;
-    for (const InstructionSet set :
-         {InstructionSet::none, InstructionSet::avx, InstructionSet::avx2}) {
-        const uint32_t atFifty = set == InstructionSet::avx ? 0x1b692beau : 0x1b692bebu;
-        EXPECT_EQ(bitsOf(inlineExponential(set, 0.0f)), 0x3f800000u);
-        EXPECT_EQ(bitsOf(inlineExponential(set, 1.0f)), 0x3ebc5ab2u);
-        EXPECT_EQ(bitsOf(inlineExponential(set, 50.0f)), atFifty);
-        EXPECT_EQ(inlineExponential(set, 0x1.5d58ap6f), 1.1754907074462803e-38f);
-        EXPECT_EQ(inlineExponential(set, std::bit_cast<float>(0x42aeac51u)), 0.0f);
-        for (const double s : {infinity, nan, 3e9}) {
-            EXPECT_EQ(bitsOf(inlineExponential(set, static_cast<float>(s))), 0u);
-        }
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(Pipelines, InlineExponential, testing::ValuesIn(planarPipelines()),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         nameOf);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(InlineExponential);
 
 }  // namespace

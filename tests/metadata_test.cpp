@@ -1,10 +1,8 @@
-// The argument-vector wrapper and the metadata of every pipeline.
+// The metadata of every pipeline, and the list of the public header.
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "diffusefilt_halide.h"
-#include "support/FrameCall.h"
+#include "support/PipelineTest.h"
 
 namespace {
 
@@ -51,41 +49,6 @@ TEST_P(Description, StatesThePipeline) {
     EXPECT_EQ(metadata->arguments[1].scalar_def->u.u64, 0u);  // +0.0
 }
 
-TEST_P(Description, ArgumentVectorReachesTheEntry) {
-    MessageCatcher catcher;
-    FrameCall direct(GetParam(), 11);
-    FrameCall wrapped(GetParam(), 11);
-    for (FrameCall* call : {&direct, &wrapped})
-        call->inputMemory[2 * sizeof(double)] = std::byte{1};
-    void* args[] = {&wrapped.input, &wrapped.gradTIn, &wrapped.output};
-    EXPECT_EQ(direct.run(), 0);
-    EXPECT_EQ(GetParam().argv(args), 0);
-    EXPECT_EQ(direct.outputMemory, wrapped.outputMemory);
-    EXPECT_FALSE(wrapped.outputIsUntouched());
-
-    wrapped.gradTIn = 0;  // the value, not a copy made earlier, is read
-    EXPECT_EQ(GetParam().argv(args), 0);
-
-    args[2] = nullptr;
-    EXPECT_EQ(GetParam().argv(args), -12);
-    args[0] = nullptr;
-    EXPECT_EQ(GetParam().argv(args), -12);
-    const std::string output = "diffusefilt" + std::to_string(GetParam().variant.dimensions);
-    EXPECT_EQ(catcher.messages(),
-              (std::vector<std::string>{"Buffer argument " + output + " is NULL",
-                                        "Buffer argument keyimForType is NULL"}));
-}
-
-TEST_P(Description, ArgumentVectorAnswersQueries) {
-    FrameCall direct(GetParam(), 3);
-    FrameCall wrapped(GetParam(), 3);
-    for (FrameCall* call : {&direct, &wrapped}) call->input.host = nullptr;
-    void* args[] = {&wrapped.input, &wrapped.gradTIn, &wrapped.output};
-    EXPECT_EQ(direct.run(), 0);
-    EXPECT_EQ(GetParam().argv(args), 0);
-    for (int d = 0; d < 3; ++d) EXPECT_EQ(direct.inputDim[d], wrapped.inputDim[d]);
-}
-
 // The public header lists what the table has, in its order.
 TEST(Descriptions, HeaderListsTheTable) {
     std::vector<std::string> listed;
@@ -95,18 +58,6 @@ TEST(Descriptions, HeaderListsTheTable) {
     std::vector<std::string> table;
     for (const Pipeline& pipeline : pipelines()) table.push_back(pipeline.name);
     EXPECT_EQ(listed, table);
-}
-
-// Nothing is shared between two pipelines.
-TEST(Descriptions, HaveTheirOwnTexts) {
-    std::set<const void*> addresses;
-    for (const Pipeline& pipeline : pipelines()) {
-        const halide_filter_metadata_t* metadata = pipeline.metadata();
-        addresses.insert({metadata, metadata->arguments, metadata->name, metadata->target,
-                          metadata->arguments[0].name, metadata->arguments[1].name,
-                          metadata->arguments[2].name, metadata->arguments[1].scalar_def});
-    }
-    EXPECT_EQ(addresses.size(), 8 * pipelines().size());
 }
 
 INSTANTIATE_TEST_SUITE_P(Pipelines, Description, testing::ValuesIn(pipelines()), nameOf);

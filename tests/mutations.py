@@ -59,6 +59,7 @@ def mutated(texts, edits):
 class Scratch:
     def __init__(self, folder):
         self.tree, self.build = folder / "tree", folder / "build"
+        self.last_sets = None
         for name in subprocess.check_output(["git", "ls-files", "-co", "--exclude-standard"],
                                             cwd=ROOT, text=True).splitlines():
             source, copy = ROOT / name, self.tree / name
@@ -106,13 +107,14 @@ class Scratch:
         stale = [] if sets == ["all"] else [self.build / path for path in [
             *(f"CMakeFiles/diffusefilt_{s}.dir/diffusefilt_halide/schedules/{s}.cpp.o"
               for s in sets), "tests/CMakeFiles/schedule_test.dir/schedule_test.cpp.o"]]
+        if sets != self.last_sets:
+            self.builds()  # lest this mutation gets into objects of the last one's sets
+        self.last_sets = sets
         try:
             self.write(mutated(original, edits), stale)
             return self.failure(tests, calls) or "SURVIVED"
         finally:
             self.write(original, stale)
-            if not stale:
-                self.builds()  # lest the next mutation gets into what is out of date
 
 
 def main():

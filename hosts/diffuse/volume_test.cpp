@@ -3,37 +3,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "DiffuseFolder.h"
 
 namespace {
-
-TEST_F(DiffuseFolder, FiltersVolumes) {
-    // One voxel of 1 at (2, 1, 1); at threshold 1 each of its six neighbours gets 1/6 * 0.5.
-    std::string text;
-    std::vector<double> expected(5 * 4 * 3);
-    const std::size_t voxel = 2 + 5 * (1 + 4 * 1);
-    for (std::size_t i = 0; i < expected.size(); ++i) text += i == voxel ? "1 " : "0 ";
-    expected[voxel] = 0.5;
-    for (const std::size_t step : {1, 5, 20}) {
-        expected[voxel - step] = expected[voxel + step] = 1 / 12.0;
-    }
-    write("voxel.nrrd", "double", "5 4 3", text, leftHanded);
-    ASSERT_EQ(run("voxel.nrrd -k 1 -n 1 -o out.nrrd"), 0) << complaint;
-    const auto values = samples<double>("out.nrrd");
-    ASSERT_EQ(values.size(), expected.size());
-    for (std::size_t i = 0; i < values.size(); ++i) EXPECT_NEAR(values[i], expected[i], 1e-15) << i;
-    for (const char* line : {"sizes: 5 4 3\n", "space directions: (-2,0,0) (0,3,0) (0,0,4)\n",
-                             "space origin: (5,6,7)\n"}) {
-        EXPECT_NE(slurp(folder / "out.nrrd").find(line), std::string::npos) << line;
-    }
-
-    write("flat.nrrd", "int16", "3 2 2", "7 7 7 7 7 7 7 7 7 7 7 7");
-    ASSERT_EQ(run("flat.nrrd -k 1 --connectivity maximal --type float32 -o out.nrrd"), 0);
-    EXPECT_EQ(samples<short>("out.nrrd"), std::vector<short>(12, 7));
-}
 
 TEST_F(DiffuseFolder, OneSliceIsAPictureUnlessItStandsOnAnotherAxis) {
     const auto centreOf = [&](const std::string& sizes) {
@@ -85,18 +59,6 @@ TEST_F(DiffuseFolder, PreviewShowsCentralSlicesUpright) {
     }
 }
 
-TEST_F(DiffuseFolder, EachInstructionSetGivesItsValuesOrIsRefused) {
-    const std::string processor = slurp("/proc/cpuinfo");
-    const auto has = [&](const char* flag) { return processor.find(flag) != std::string::npos; };
-    const bool avx2 = has(" avx2 ") && has(" fma ") && has(" bmi1 ");
-    for (const auto& [set, runs] :
-         {std::pair("none", true), {"avx", has(" avx ")}, {"avx2", avx2}}) {
-        const std::string call = std::string("step.nrrd -k 1 -n 1 -o out.nrrd --instruction-set ");
-        ASSERT_EQ(run(call + set), runs ? 0 : 1) << set << ": " << complaint;
-        EXPECT_TRUE(!runs || samples<double>("out.nrrd")[2] == 0.125) << set;
-    }
-}
-
 // What stands behind `auto` shows in the last bits: no two sets agree in all of them.
 TEST_F(DiffuseFolder, AutoRunsTheBestSetOfTheProcessor) {
     if (std::system("command -v qemu-x86_64 >/dev/null") != 0) {
@@ -112,9 +74,7 @@ TEST_F(DiffuseFolder, AutoRunsTheBestSetOfTheProcessor) {
     const struct {
         std::string features;
         std::size_t best;
-    } processors[] = {
-        {"", 0},           {all + "-xsave", 0}, {",+xsave,+avx", 1}, {all + "-avx2", 1},
-        {all + "-fma", 1}, {all + "-bmi1", 1},  {all + "+popcnt", 2}};
+    } processors[] = {{"", 0}, {all + "-xsave", 0}, {",+xsave,+avx", 1}, {all + "+popcnt", 2}};
     for (const auto& [features, best] : processors) {
         const std::string emulator = "qemu-x86_64 -cpu qemu64,+ssse3,+sse4.1" + features;
         ASSERT_EQ(run(call + "auto.nrrd", emulator), 0) << features << ": " << complaint;

@@ -76,7 +76,7 @@ public:
         for (int i = 0; i < neighbourCount(variant_); ++i) {
             const T neighbour = readClamped(input_, position, offsets[i]);
             pulls.difference[i] = neighbour - centre;
-            pulls.conductance[i] = conductance(neighbour, centre);
+            pulls.conductance[i] = conductance(pulls.difference[i]);
         }
         const T sum = weightedSum(variant_, inLine_, pulls);
         if (variant_.instructionSet == InstructionSet::avx2) return std::fma(sum, rate_, centre);
@@ -84,10 +84,8 @@ public:
     }
 
 private:
-    T conductance(T neighbour, T centre) const {
-        const T magnitude =
-            inLine_ ? magnitudeBySelection(neighbour, centre) : magnitudeByMask(neighbour - centre);
-        const T t = magnitude * gradTInv_;
+    T conductance(T difference) const {
+        const T t = std::abs(difference) * gradTInv_;
         return variant_.conduction == Conduction::quadratic
                    ? quadraticConductance(variant_.instructionSet, t)
                    : exponentialConductance(variant_.instructionSet, t);

@@ -162,46 +162,25 @@ T maximal3InLine(const Pulls<T>& P) {
     return (edges * edgeWeight<T> + faces) + corners * cornerWeight<T>;
 }
 
-template <class T>
-struct Family {
-    using Sum = T (*)(const Pulls<T>&);
-    Sum none, avx, avx2, inLine;
-};
-
-template <class T>
-constexpr Family<T> minimal2 = {minimal2None, minimal2Avx, minimal2Avx2, minimal2InLine};
-template <class T>
-constexpr Family<T> maximal2 = {maximal2None, maximal2Avx, maximal2Avx2, maximal2InLine};
-template <class T>
-constexpr Family<T> minimal3 = {minimal3None, minimal3Avx, minimal3Avx2, minimal3InLine};
-template <class T>
-constexpr Family<T> maximal3 = {maximal3None, maximal3Avx, maximal3Avx2, maximal3InLine};
-
-template <class T>
-const Family<T>& familyOf(PipelineVariant variant) {
-    const bool minimal = variant.connectivity == Connectivity::minimal;
-    if (variant.dimensions == 2) return minimal ? minimal2<T> : maximal2<T>;
-    return minimal ? minimal3<T> : maximal3<T>;
-}
-
 }  // namespace
 
 template <class T>
 T weightedSum(PipelineVariant variant, bool inLine, const Pulls<T>& pulls) {
-    const Family<T>& family = familyOf<T>(variant);
+    using Sum = T (*)(const Pulls<T>&);
+    const struct {
+        Sum none, avx, avx2, inLine;
+    } sums[] = {{minimal2None, minimal2Avx, minimal2Avx2, minimal2InLine},
+                {maximal2None, maximal2Avx, maximal2Avx2, maximal2InLine},
+                {minimal3None, minimal3Avx, minimal3Avx2, minimal3InLine},
+                {maximal3None, maximal3Avx, maximal3Avx2, maximal3InLine}};
+    const auto& ofShape = sums[2 * (variant.dimensions - 2) +
+                               (variant.connectivity == Connectivity::maximal ? 1 : 0)];
     const bool hasInLineOrder = variant.conduction == Conduction::exponential &&
                                 variant.elementType == ElementType::float32 &&
                                 variant.instructionSet != InstructionSet::avx2;
-    if (inLine && hasInLineOrder) return family.inLine(pulls);
-    switch (variant.instructionSet) {
-        case InstructionSet::none:
-            return family.none(pulls);
-        case InstructionSet::avx:
-            return family.avx(pulls);
-        case InstructionSet::avx2:
-            break;
-    }
-    return family.avx2(pulls);
+    if (inLine && hasInLineOrder) return ofShape.inLine(pulls);
+    if (variant.instructionSet == InstructionSet::none) return ofShape.none(pulls);
+    return variant.instructionSet == InstructionSet::avx ? ofShape.avx(pulls) : ofShape.avx2(pulls);
 }
 
 template float weightedSum(PipelineVariant, bool, const Pulls<float>&);

@@ -102,10 +102,12 @@ public:
         return result;
     }
 
-    // Mostly the usual value, else one near it or, seldom, any at all.
+    // Mostly the usual value, else one near it or, seldom, any at all. The lowest is the one
+    // whose negative wraps.
     int32_t number(int32_t usual, int unusualOf256) {
         const int kind = byte();
         if (kind < 256 - unusualOf256) return usual;
+        if (kind == 255) return std::numeric_limits<int32_t>::min();
         return kind < 252 ? usual + static_cast<int8_t>(byte()) / 8 : any<int32_t>();
     }
 
@@ -142,6 +144,7 @@ void FrameTrial::shape(const PipelineVariant& variant, const int32_t* extents, B
     buffer.dimensions = bytes.number(variant.dimensions, 30);
     buffer.flags = state % 8 == 3 ? ~uint64_t{0} : 0;
     buffer.padding = &buffer;
+    buffer.device_interface = reinterpret_cast<const halide_device_interface_t*>(&buffer);
     buffer.dim = record.dim;
     int32_t dense = 1;
     for (int d = 0; d < variant.dimensions; ++d) {

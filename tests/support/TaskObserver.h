@@ -6,23 +6,31 @@
 #include <tbb/info.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 
 namespace support {
 
 class TaskObserver {
 public:
-    TaskObserver();
-    ~TaskObserver();
+    TaskObserver() : previous_(halide_set_custom_do_task(observedTask)) { restart(); }
+    ~TaskObserver() { halide_set_custom_do_task(previous_); }
     TaskObserver(const TaskObserver&) = delete;
     TaskObserver& operator=(const TaskObserver&) = delete;
 
     // Starts the counts again. With `meeting` above 1, every task waits until that many
     // threads have come to a task; the meeting is given up, without a hang, where they
     // do not come.
-    void restart(int meeting = 1);
+    void restart(int meeting = 1) {
+        ++round_;
+        tasks_ = threads_ = 0;
+        meetingSize_ = meeting;
+    }
 
-    int tasks() const;
-    int threads() const;  // distinct ones that ran a task
+    int tasks() const { return tasks_; }
+    int threads() const { return threads_; }  // distinct ones that ran a task
 
     // Repeats a call until its tasks have met on `threads`, or on as many as there are
     // processors: TBB does not promise that more come, nor that they come at once, on a busy
@@ -42,7 +50,35 @@ public:
     }
 
 private:
+    static int observedTask(void* userContext, halide_task_t task, int number, uint8_t* closure) {
+        thread_local int lastRound = -1;
+        ++tasks_;
+        if (lastRound != round_) {
+            lastRound = round_;
+            ++threads_;
+        }
+        if (meetingSize_ > 1) meet();
+        return task(userContext, number, closure);
+    }
+
+    static void meet() {
+        constexpr auto patience = std::chrono::seconds(1);
+        std::unique_lock lock(meetingMutex_);
+        meetingComplete_.notify_all();
+        const auto allCame = [] { return threads_ >= meetingSize_; };
+        if (!meetingComplete_.wait_for(lock, patience, allCame)) {
+            meetingSize_ = 1;
+            meetingComplete_.notify_all();
+        }
+    }
+
     static inline bool moreCome_ = true;
+    static inline std::atomic<int> round_ = 0;
+    static inline std::atomic<int> tasks_ = 0;
+    static inline std::atomic<int> threads_ = 0;
+    static inline std::atomic<int> meetingSize_ = 1;
+    static inline std::mutex meetingMutex_;
+    static inline std::condition_variable meetingComplete_;
     halide_do_task_t previous_;
 };
 
