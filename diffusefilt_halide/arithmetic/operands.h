@@ -18,6 +18,7 @@ struct Rows {
 
     [[gnu::always_inline]] const T* at(Offset o, int64_t column) const noexcept {
         const uintptr_t row = column0[planes == 3 ? o.dz + 1 : 0][o.dy + 1];
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): see above
         return reinterpret_cast<const T*>(row + static_cast<uintptr_t>(column) * sizeof(T));
     }
 };
