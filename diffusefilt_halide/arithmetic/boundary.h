@@ -7,8 +7,9 @@
 
 namespace diffusefilt {
 
-[[gnu::always_inline]] constexpr int32_t clampCoord(int32_t v, int32_t n) noexcept {
-    return larger(smaller(v, minus(n, 1)), 0);
+template <class Int>
+[[gnu::always_inline]] constexpr Int clampCoord(Int v, int32_t n) noexcept {
+    return larger(smaller(v, Int{minus(n, 1)}), Int{0});
 }
 
 // What a loop's bounds leave to be clamped. Each form gives the value of clampCoord for

@@ -22,11 +22,13 @@ namespace diffusefilt {
     return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
 }
 
-[[gnu::always_inline]] constexpr int32_t smaller(int32_t a, int32_t b) noexcept {
+template <class Int>
+[[gnu::always_inline]] constexpr Int smaller(Int a, Int b) noexcept {
     return a < b ? a : b;
 }
 
-[[gnu::always_inline]] constexpr int32_t larger(int32_t a, int32_t b) noexcept {
+template <class Int>
+[[gnu::always_inline]] constexpr Int larger(Int a, Int b) noexcept {
     return a > b ? a : b;
 }
 

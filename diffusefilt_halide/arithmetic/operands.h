@@ -46,15 +46,14 @@ template <class V, int planes>
 class ClampedOperands {
 public:
     [[gnu::always_inline]] ClampedOperands(const Rows<ElementOfLanes<V>, planes>& rows, int32_t x,
-                                           int32_t lastColumn) noexcept
+                                           int32_t width) noexcept
         : rows_(rows), x_(x) {
         for (int dx = -1; dx <= 1; ++dx) {
             const int64_t first = x_ + dx;
-            whole_[dx + 1] = first >= 0 && first + (lanes - 1) <= lastColumn;
+            whole_[dx + 1] = first >= 0 && first + lanes <= width;
             if (whole_[dx + 1]) continue;
             for (int i = 0; i < lanes; ++i) {
-                const int64_t column = first + i;
-                columns_[dx + 1][i] = column < 0 ? 0 : column > lastColumn ? lastColumn : column;
+                columns_[dx + 1][i] = clampCoord(first + i, width);
             }
         }
     }

@@ -47,7 +47,7 @@ struct RowRun {
     [[gnu::noinline]] void clampedVectors(int32_t begin, int32_t end) const noexcept {
         for (int32_t v = begin; v < end; ++v) {
             const int32_t x = smaller(plus(record.outMin0, times(v, F::lanes)), record.lastVectorX);
-            const ClampedOperands<V, planes> read(rows, x, record.inputMax0);
+            const ClampedOperands<V, planes> read(rows, x, plus(record.inputMax0, 1));
             store<V>(outRow + x, stencil<F>(read, scalars));
         }
     }
