@@ -13,14 +13,8 @@
 namespace {
 
 using diffusefilt::Conduction;
-using diffusefilt::Connectivity;
 using diffusefilt::PipelineVariant;
 using support::Pipeline;
-
-int neighboursOf(PipelineVariant variant) {
-    const bool maximal = variant.connectivity == Connectivity::maximal;
-    return variant.dimensions == 3 ? (maximal ? 26 : 6) : (maximal ? 8 : 4);
-}
 
 // Minus the squares of scaled differences of the noise, as the pipeline hands them to exp.
 std::vector<double> argumentsOfExp() {
@@ -36,7 +30,7 @@ std::vector<double> argumentsOfExp() {
 
 // None for the exponential that float32 pipelines carry themselves.
 Work limitOf(PipelineVariant variant, int64_t elements) {
-    const int64_t count = elements * neighboursOf(variant);
+    const int64_t count = elements * support::neighboursOf(variant);
     if (variant.conduction == Conduction::quadratic) {
         return {[=] { peers::divideVectors(variant, count / variant.lanes()); }, double(elements)};
     }

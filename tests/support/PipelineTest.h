@@ -21,7 +21,7 @@ protected:
     bool planar() const { return variant().dimensions == 2; }
     bool minimal() const { return variant().connectivity == diffusefilt::Connectivity::minimal; }
     bool narrow() const { return variant().elementType == diffusefilt::ElementType::float32; }
-    int neighbours() const { return planar() ? (minimal() ? 4 : 8) : (minimal() ? 6 : 26); }
+    int neighbours() const { return neighboursOf(variant()); }
 
     // Calls body(T{}) with the pipeline's element type T.
     template <class Body>
