@@ -38,9 +38,12 @@ target_compile_options(diffusefilt_common INTERFACE
   -march=x86-64 -fPIC -fvisibility=hidden $<$<CXX_COMPILER_ID:Clang>:-fsemantic-interposition>)
 target_link_libraries(diffusefilt_common INTERFACE diffusefilt_options halide_headers)
 
-# g++ would put its own floor in place of the call that the set makes.
+# g++ would put its own floor in place of the call that none makes, and in avx read 32 bytes
+# in two halves, as the first processors of the set prefer: on later ones the quadratic
+# float32 steps take a tenth to a quarter less time with whole reads.
 diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf)
-diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma)
+diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma
+  $<$<CXX_COMPILER_ID:GNU>:-mno-avx256-split-unaligned-load>)
 diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi)
 
 # The frame, and the loop that it starts, are baseline code.

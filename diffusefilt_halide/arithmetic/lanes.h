@@ -71,14 +71,7 @@ struct Unaligned {
 
 template <class V>
 [[gnu::always_inline]] inline V load(const ElementOfLanes<V>* from) noexcept {
-#if defined(__AVX__) && !defined(__AVX2__)
-    // Two halves: the processors of this set split a 32-byte access that crosses a line.
-    if constexpr (sizeof(V) == 32) {
-        return reinterpret_cast<V>(_mm256_loadu2_m128d(reinterpret_cast<const double*>(from) + 2,
-                                                       reinterpret_cast<const double*>(from)));
-    } else
-#endif
-        return reinterpret_cast<const Unaligned<V>*>(from)->value;
+    return reinterpret_cast<const Unaligned<V>*>(from)->value;
 }
 
 template <class V>

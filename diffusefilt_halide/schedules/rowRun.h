@@ -45,11 +45,23 @@ struct RowRun {
 
     // Apart from the loop of whole vectors, whose registers it would otherwise crowd.
     [[gnu::noinline]] void clampedVectors(int32_t begin, int32_t end) const noexcept {
+        const int32_t width = plus(record.inputMax0, 1);
         for (int32_t v = begin; v < end; ++v) {
             const int32_t x = smaller(plus(record.outMin0, times(v, F::lanes)), record.lastVectorX);
-            const ClampedOperands<V, planes> read(rows, x, plus(record.inputMax0, 1));
-            store<V>(outRow + x, stencil<F>(read, scalars));
+            const int64_t lastX = int64_t{x} + F::lanes - 1;
+            if (x < 0 || lastX > record.inputMax0) {
+                step(ClampedOperands<V, planes>(rows, x, width), x);
+            } else if (lastX < record.inputMax0) {
+                step(EdgeOperands<V, planes, Edge::left>(rows, x, width), x);
+            } else {  // not at the left edge too: an input of one vector is filtered in line
+                step(EdgeOperands<V, planes, Edge::right>(rows, x, width), x);
+            }
         }
+    }
+
+    template <class Operands>
+    [[gnu::always_inline]] void step(const Operands& read, int32_t x) const noexcept {
+        store<V>(outRow + x, stencil<F>(read, scalars));
     }
 };
 
