@@ -14,6 +14,7 @@ import shapes
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/bench"
 MEASURE = BUILD / "benchmarks/measure"
+ROUNDS = 3  # spread over the whole run, so that no pipeline meets one loud minute alone
 
 
 def processor():
@@ -25,19 +26,23 @@ def processor():
 
 def run(path, regex, seconds, groups):
     """Measures the pipelines that match; `groups` are functions from a name to contenders."""
-    result = {"processor": processor(), "runs": []}
     names = subprocess.run([MEASURE], check=True, stdout=subprocess.PIPE, text=True).stdout.split()
-    for name in filter(re.compile(regex).search, names):
-        for group, contenders in groups.items():
-            print(f"bench: {name}, {group}", file=sys.stderr)
-            labels = contenders(name)
-            measured = subprocess.run([MEASURE, name, str(seconds), *labels.values()], check=True,
-                                      stdout=subprocess.PIPE, text=True).stdout
-            ns = json.loads(measured)
-            result["runs"].append({"pipeline": name, "group": group, "ns": {
-                label: ns[contender] for label, contender in labels.items()}})
-    if not result["runs"]:
+    runs = [{"pipeline": name, "group": group, "ns": {label: [] for label in contenders(name)}}
+            for name in filter(re.compile(regex).search, names)
+            for group, contenders in groups.items()]
+    if not runs:
         sys.exit(f"bench: no pipeline matches {regex}")
+    for number in range(1, ROUNDS + 1):
+        for run in runs:
+            name, group = run["pipeline"], run["group"]
+            print(f"bench: {number} of {ROUNDS}, {name}, {group}", file=sys.stderr)
+            labels = groups[group](name)
+            measured = subprocess.run([MEASURE, name, str(seconds / ROUNDS), *labels.values()],
+                                      check=True, stdout=subprocess.PIPE, text=True).stdout
+            ns = json.loads(measured)
+            for label, contender in labels.items():
+                run["ns"][label] += ns[contender]
+    result = {"processor": processor(), "runs": runs}
     path.write_text(json.dumps(result, indent=1) + "\n")
     print(f"{result['processor']}; the figures of every repetition: {path}\n")
     return result

@@ -40,12 +40,21 @@ def ratio(run, above, below):
     return median(a / b for a, b in zip(ns[above], ns[below]))
 
 
+def least_ratio(run, above, below):
+    """Of the least times: what a machine that does nothing else comes near to."""
+    ns = run["ns"]
+    if above not in ns or below not in ns:
+        return None
+    return min(ns[above]) / min(ns[below])
+
+
 def speed_row(run):
     return {
         "pipeline": run["pipeline"],
         "ns": times(run)["pipeline"],
         "least": min(run["ns"]["pipeline"]),
         "time / limit": ratio(run, "pipeline", "limit"),
+        "least / limit's": least_ratio(run, "pipeline", "limit"),
         "time / Halide": ratio(run, "pipeline", "halide"),
         "scalar / time": ratio(run, "scalar", "pipeline"),
         "ITK / time": ratio(run, "itk", "pipeline"),
