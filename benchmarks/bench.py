@@ -33,15 +33,15 @@ def run(path, regex, seconds, groups):
     if not runs:
         sys.exit(f"bench: no pipeline matches {regex}")
     for number in range(1, ROUNDS + 1):
-        for run in runs:
-            name, group = run["pipeline"], run["group"]
+        for each in runs:
+            name, group = each["pipeline"], each["group"]
             print(f"bench: {number} of {ROUNDS}, {name}, {group}", file=sys.stderr)
             labels = groups[group](name)
             measured = subprocess.run([MEASURE, name, str(seconds / ROUNDS), *labels.values()],
                                       check=True, stdout=subprocess.PIPE, text=True).stdout
             ns = json.loads(measured)
             for label, contender in labels.items():
-                run["ns"][label] += ns[contender]
+                each["ns"][label] += ns[contender]
     result = {"processor": processor(), "runs": runs}
     path.write_text(json.dumps(result, indent=1) + "\n")
     print(f"{result['processor']}; the figures of every repetition: {path}\n")

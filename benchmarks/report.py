@@ -32,20 +32,15 @@ def times(run):
     return {label: median(samples) for label, samples in run["ns"].items()}
 
 
-def ratio(run, above, below):
-    """None where one of the two was not measured."""
+def ratio(run, above, below, of_least=False):
+    """The median, or the ratio of the least times, which a machine that does nothing else comes
+    near to. None where one of the two was not measured."""
     ns = run["ns"]
     if above not in ns or below not in ns:
         return None
+    if of_least:
+        return min(ns[above]) / min(ns[below])
     return median(a / b for a, b in zip(ns[above], ns[below]))
-
-
-def least_ratio(run, above, below):
-    """Of the least times: what a machine that does nothing else comes near to."""
-    ns = run["ns"]
-    if above not in ns or below not in ns:
-        return None
-    return min(ns[above]) / min(ns[below])
 
 
 def speed_row(run):
@@ -54,7 +49,7 @@ def speed_row(run):
         "ns": times(run)["pipeline"],
         "least": min(run["ns"]["pipeline"]),
         "time / limit": ratio(run, "pipeline", "limit"),
-        "least / limit's": least_ratio(run, "pipeline", "limit"),
+        "least / limit's": ratio(run, "pipeline", "limit", of_least=True),
         "time / Halide": ratio(run, "pipeline", "halide"),
         "scalar / time": ratio(run, "scalar", "pipeline"),
         "ITK / time": ratio(run, "itk", "pipeline"),
