@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 constexpr double threshold = 20;
 constexpr double noiseOverThreshold = 3;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/pipelineNames.h"
+#include "pipelines/names.h"
 
 namespace {
 
@@ -89,7 +89,7 @@ void writeLibrary(const std::string& library, const std::string& directory) {
     };
 #define PIPELINE(...) \
     add(DIFFUSEFILT_VARIANT(__VA_ARGS__), DIFFUSEFILT_TEXT(DIFFUSEFILT_NAME(__VA_ARGS__)));
-#include "frame/pipelines.def"
+#include "pipelines/pipelines.def"
     Halide::create_static_library(objects, targetOf(InstructionSet::none), library);
 }
 

@@ -1,4 +1,4 @@
-#include "frame/pipelineNames.h"
+#include "pipelines/names.h"
 #include "peers.h"
 
 #define NATURAL(name) NATURAL_OF(name)
@@ -7,7 +7,7 @@
 #define PIPELINE(...)                                                               \
     extern "C" int NATURAL(DIFFUSEFILT_NAME(__VA_ARGS__))(halide_buffer_t*, double, \
                                                           halide_buffer_t*);
-#include "frame/pipelines.def"
+#include "pipelines/pipelines.def"
 
 namespace peers {
 
@@ -18,7 +18,7 @@ Step naturalHalide(std::string_view pipeline) {
     } all[] = {
 #define PIPELINE(...) \
     {DIFFUSEFILT_TEXT(DIFFUSEFILT_NAME(__VA_ARGS__)), NATURAL(DIFFUSEFILT_NAME(__VA_ARGS__))},
-#include "frame/pipelines.def"
+#include "pipelines/pipelines.def"
     };
     for (const auto& row : all) {
         if (row.pipeline == pipeline) return row.step;

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace peers {
 

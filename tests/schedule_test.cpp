@@ -1,7 +1,7 @@
 // The cut of rows and planes, asserted on the schedule itself.
 #include <gtest/gtest.h>
 
-#include "schedules/taskCuts.h"
+#include "schedules/cut.h"
 #include "support/CapturedLoop.h"
 
 namespace {
@@ -11,7 +11,7 @@ using diffusefilt::Clamp;
 using diffusefilt::Connectivity;
 using diffusefilt::Cut;
 using diffusefilt::PlaneClosure;
-using diffusefilt::Range;
+using diffusefilt::Band;
 using diffusefilt::RowClosure;
 
 std::string wordOf(Clamp clamp) {
@@ -21,7 +21,7 @@ std::string wordOf(Clamp clamp) {
 // The ranges of a cut that are not empty, as text: "0-1 both".
 std::string textOf(const Cut& cut) {
     std::string text;
-    for (const Range& range : cut) {
+    for (const Band& range : cut) {
         if (range.begin >= range.end) continue;
         if (!text.empty()) text += ", ";
         text += std::to_string(range.begin) + "-" + std::to_string(range.end) + " ";
@@ -97,7 +97,7 @@ std::vector<std::string> cutsOfVolume(const char* name) {
     std::vector<std::string> cuts;
     for (int z = 0; z < 5; ++z) cuts.push_back(textOf(rowCut(record, planeClampAt(record, z))));
     const bool minimal = connectivity == Connectivity::minimal;
-    cuts.push_back(textOf(vectorCut(record, minimal ? Clamp::none : Clamp::lower, 2)));
+    cuts.push_back(textOf(vectorCut(record, minimal ? Clamp::neither : Clamp::lower, 2)));
     return cuts;
 }
 
@@ -116,7 +116,7 @@ TEST(PlaneSchedule, FlatVolumesHaveNoInnerPart) {
     const CapturedLoop loop(*findPipeline("diffusefilt3_minimal_quadratic_float64_none"), dim, dim,
                             1);
     const auto record = loop.as<PlaneClosure<Connectivity::minimal, double>>();
-    EXPECT_EQ(textOf(rowCut(record, Clamp::none)), "0-1 both");
+    EXPECT_EQ(textOf(rowCut(record, Clamp::neither)), "0-1 both");
     EXPECT_EQ(record.interiorPlaneBegin, record.interiorPlaneEnd);
 }
 

@@ -14,15 +14,15 @@ template <class Int>
 
 // What a loop's bounds leave to be clamped. Each form gives the value of clampCoord for
 // every coordinate that the loops using it can form:
-//   none   v - 1, v and v + 1 all lie inside;
-//   lower  none of them lies above n - 1;
-//   both   nothing is known.
-enum class Clamp { both, lower, none };
+//   neither  v - 1, v and v + 1 all lie inside;
+//   lower    none of them lies above n - 1;
+//   both     nothing is known.
+enum class Clamp { both, lower, neither };
 
 // The coordinate v - 1 under the rule. It is never formed below the range, so that the
 // lowest coordinate of all has a neighbour too.
 [[gnu::always_inline]] constexpr int32_t previousCoord(Clamp clamp, int32_t v, int32_t n) noexcept {
-    if (clamp == Clamp::none) return minus(v, 1);
+    if (clamp == Clamp::neither) return minus(v, 1);
     const int32_t m = clamp == Clamp::both ? smaller(v, n) : v;
     return m <= 1 ? 0 : m - 1;
 }

@@ -30,11 +30,10 @@ namespace diffusefilt {
     return reinterpret_cast<Lanes<int32_t, 4>>(_mm_cvttps_epi32(f));
 }
 
-// The bits of 2^k, for every k that the selects let through. The sum wraps. avx adds the
-// bias before the shift, the other sets behind it.
+// The bits of 2^k, for every k that the selects let through. The sum wraps.
 template <InstructionSet set, class Unsigned>
 [[gnu::always_inline]] inline Unsigned powerOfTwoBits(Unsigned k) noexcept {
-    if constexpr (set == InstructionSet::avx) {
+    if constexpr (rulesOf(set).bias == Bias::beforeShift) {
         return (k + 127u) << 23;
     } else {
         return (k << 23) + 0x3f800000u;

@@ -23,11 +23,11 @@ public:
         return term.g * term.d;
     }
 
-    // The fluxes added one after another. In avx2 each but the first is fused into the sum.
+    // The fluxes added one after another, each but the first by the set's multiplyAdd.
     template <class... Offsets>
     [[gnu::always_inline]] Value chain(Offset first, Offsets... rest) const noexcept {
-        if constexpr (packs) {
-            return packedChain({first, rest...});
+        if constexpr (Form::ownExponentialInLine) {
+            return chainOfPacked({first, rest...});
         } else {
             Value sum = (*this)(first);
             ((sum = added(sum, termOf(rest))), ...);
@@ -41,12 +41,9 @@ private:
         Value g;
     };
 
-    // In line, four exponentials of the library's own are worked out in the lanes of one
-    // vector: elements there take a third of the time.
-    static constexpr bool packs = Form::path == Path::inLine && hasInlineExponential(Form::variant);
-
+    // The same chain, four of its exponentials at a time in the lanes of one vector.
     template <int n>
-    [[gnu::always_inline]] Value packedChain(const Offset (&neighbours)[n]) const noexcept {
+    [[gnu::always_inline]] Value chainOfPacked(const Offset (&neighbours)[n]) const noexcept {
         using Pack = Lanes<Element, 4>;
         Term terms[n];
         int i = 0;

@@ -26,10 +26,10 @@ constexpr float c3 = fromBits(uint32_t{0x3e2aae1f});
 constexpr float c2 = fromBits(uint32_t{0x3effffde});
 }  // namespace exponential
 
-// Baseline processors have no floor: one call of the math library for each lane.
+// Rounded down, by one call of the math library for each lane where processors have no floor.
 template <InstructionSet set, class V>
 [[gnu::always_inline]] inline V floorOf(V y) noexcept {
-    if constexpr (set == InstructionSet::none) {
+    if constexpr (rulesOf(set).floor == Floor::call) {
         return fromLanes<V>([&](int i)
                                 __attribute__((always_inline)) { return ::floorf(laneOf(y, i)); });
     } else {
@@ -41,7 +41,7 @@ template <InstructionSet set, class V>
 template <InstructionSet set, class V>
 [[gnu::always_inline]] inline V reduced(V s, V f) noexcept {
     using namespace exponential;
-    if constexpr (set == InstructionSet::avx2) {
+    if constexpr (rulesOf(set).fuses) {
         return fused(f, broadcast<V>(-ln2Lo), fused(f, broadcast<V>(-ln2Hi), -s));
     } else {
         return (-s - f * ln2Hi) - f * ln2Lo;
@@ -58,11 +58,13 @@ template <InstructionSet set, class V>
     const V q = r * r;
     const V odd = horner(horner(horner(broadcast<V>(c7), q, c5), q, c3), q, 1.0f);
     const V even = horner(horner(broadcast<V>(c6), q, c4), q, c2);
-    if constexpr (set == InstructionSet::none) {
+    constexpr PolynomialEnd end = rulesOf(set).polynomialEnd;
+    if constexpr (end == PolynomialEnd::oddFirst) {
         return (r * odd + 1.0f) + even * q;
-    } else if constexpr (set == InstructionSet::avx) {
+    } else if constexpr (end == PolynomialEnd::evenFirst) {
         return (even * q + 1.0f) + r * odd;
     } else {
+        static_assert(end == PolynomialEnd::evenFirstFused, "this polynomial has no end");
         return fused(odd, r, fused(even, q, broadcast<V>(1.0f)));
     }
 }

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace diffusefilt {
 
@@ -74,18 +74,20 @@ template <class V>
     return reinterpret_cast<const Unaligned<V>*>(from)->value;
 }
 
-template <class V>
+// Where a page ends inside a vector, a host that watches its memory sees which half of it is
+// stored first: the order is part of what is promised, and the barrier keeps it.
+template <InstructionSet set, class V>
 [[gnu::always_inline]] inline void store(ElementOfLanes<V>* to, V v) noexcept {
-#if defined(__AVX__) && !defined(__AVX2__)
-    if constexpr (sizeof(V) == 32) {
+    if constexpr (rulesOf(set).storesHalves && LanesTraits<V>::count > 1) {
+        static_assert(sizeof(V) == 32, "halves are those of 32 bytes");
         const auto halves = reinterpret_cast<__m256d>(v);
         auto* const half = reinterpret_cast<double*>(to);
         _mm_storeu_pd(half + 2, _mm256_extractf128_pd(halves, 1));
-        asm volatile("" ::: "memory");  // the upper half goes first, as written
+        asm volatile("" ::: "memory");
         _mm_storeu_pd(half, _mm256_castpd256_pd128(halves));
-    } else
-#endif
+    } else {
         reinterpret_cast<Unaligned<V>*>(to)->value = v;
+    }
 }
 
 #ifdef __FMA__
@@ -107,10 +109,10 @@ template <class V>
 }
 #endif
 
-// a * b + c: one rounding in avx2, two in the other sets.
+// a * b + c: one rounding where the set fuses, two elsewhere.
 template <InstructionSet set, class V>
 [[gnu::always_inline]] inline V multiplyAdd(V a, V b, V c) noexcept {
-    if constexpr (set == InstructionSet::avx2) {
+    if constexpr (rulesOf(set).fuses) {
         return fused(a, b, c);
     } else {
         return a * b + c;

@@ -1,7 +1,7 @@
 // The neighbours of an element by name, as offsets of their coordinates.
 #pragma once
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace diffusefilt {
 

@@ -44,7 +44,7 @@ enum class Edge { left, right };
 
 // A vector inside the input that may touch the edge told, and not the other. The clamp acts on
 // one lane of one column at most: that column is read lane by lane, the others whole. Apart
-// from ClampedOperands, for rows of two vectors take up to a fifth less time so.
+// from ClampedOperands for the sake of rows of a few vectors.
 template <class V, int planes, Edge edge>
 class EdgeOperands {
 public:

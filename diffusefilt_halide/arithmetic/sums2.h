@@ -11,11 +11,12 @@ template <class Form, class P>
 [[gnu::always_inline]] inline typename Form::Value sumOfMinimal2(const P& p) noexcept {
     if constexpr (Form::order == SumOrder::northLast) {
         return ((p(south) + p(east)) + p(west)) + p(north);
-    } else if constexpr (Form::order == SumOrder::pairTree) {
+    } else if constexpr (Form::order == SumOrder::pairs) {
         return (p(north) + p(south)) + (p(east) + p(west));
-    } else if constexpr (Form::order == SumOrder::fusedChain) {
+    } else if constexpr (Form::order == SumOrder::fusedChains) {
         return p.chain(south, north, east, west);
     } else {
+        static_assert(Form::order == SumOrder::plainChains, "this order has no sum here");
         return p.chain(north, south, east, west);
     }
 }
@@ -28,15 +29,16 @@ template <class Form, class P>
         const V axial = (p(south) + p(east)) + p(west);
         const V diagonal = ((p(southEast) + p(northEast)) + p(northWest)) + p(southWest);
         return (axial + diagonal * half) + p(north);
-    } else if constexpr (Form::order == SumOrder::pairTree) {
+    } else if constexpr (Form::order == SumOrder::pairs) {
         const V axial = (p(north) + p(south)) + (p(east) + p(west));
         const V diagonal = (p(southWest) + p(southEast)) + (p(northEast) + p(northWest));
         return diagonal * half + axial;
-    } else if constexpr (Form::order == SumOrder::fusedChain) {
+    } else if constexpr (Form::order == SumOrder::fusedChains) {
         const V axial = p.chain(south, north, east, west);
         const V diagonal = p.chain(southEast, southWest, northEast, northWest);
         return fused(diagonal, broadcast<V>(half), axial);
     } else {
+        static_assert(Form::order == SumOrder::plainChains, "this order has no sum here");
         const V axial = p.chain(north, south, east, west);
         const V diagonal = p.chain(southEast, southWest, northEast, northWest);
         return diagonal * half + axial;

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace diffusefilt {
 

@@ -11,16 +11,16 @@ bool isQueried(const halide_buffer_t& buffer) {
 
 // A dense buffer over the closed ranges first .. last, dimension 0 innermost. The dim
 // array stays where it is, and the padding is left alone.
-void writeShape(const Pipeline& pipeline, const int32_t* first, const int32_t* last,
+void writeShape(const PipelineVariant& variant, const int32_t* first, const int32_t* last,
                 halide_buffer_t& buffer) {
     buffer.device = 0;
     buffer.device_interface = nullptr;
     buffer.host = nullptr;
     buffer.flags = 0;
-    buffer.type = pipeline.elementType();
-    buffer.dimensions = pipeline.dimensions();
+    buffer.type = elementTypeOf(variant);
+    buffer.dimensions = variant.dimensions;
     int32_t stride = 1;
-    for (int d = 0; d < pipeline.dimensions(); ++d) {
+    for (int d = 0; d < variant.dimensions; ++d) {
         const int32_t extent = plus(minus(last[d], first[d]), 1);
         buffer.dim[d] = {first[d], extent, stride, 0};
         stride = times(stride, extent);
@@ -29,13 +29,13 @@ void writeShape(const Pipeline& pipeline, const int32_t* first, const int32_t* l
 
 }  // namespace
 
-bool answerBoundsQuery(const Pipeline& pipeline, const Regions& regions, halide_buffer_t& input,
-                       halide_buffer_t& output) {
+bool answerBoundsQuery(const PipelineVariant& variant, const Regions& regions,
+                       halide_buffer_t& input, halide_buffer_t& output) {
     // Judged before anything is written: both records may be one.
     const bool outputIsQueried = isQueried(output);
     const bool inputIsQueried = isQueried(input);
-    if (outputIsQueried) writeShape(pipeline, regions.outputFirst, regions.outputLast, output);
-    if (inputIsQueried) writeShape(pipeline, regions.inputFirst, regions.inputLast, input);
+    if (outputIsQueried) writeShape(variant, regions.outputFirst, regions.outputLast, output);
+    if (inputIsQueried) writeShape(variant, regions.inputFirst, regions.inputLast, input);
     return outputIsQueried || inputIsQueried;
 }
 

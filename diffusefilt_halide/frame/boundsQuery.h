@@ -8,7 +8,7 @@ namespace diffusefilt {
 
 // Fills the records of the buffers that are queried. Returns whether one was: then the
 // call is over, and nothing has been checked.
-bool answerBoundsQuery(const Pipeline& pipeline, const Regions& regions, halide_buffer_t& input,
-                       halide_buffer_t& output);
+bool answerBoundsQuery(const PipelineVariant& variant, const Regions& regions,
+                       halide_buffer_t& input, halide_buffer_t& output);
 
 }  // namespace diffusefilt

@@ -41,7 +41,7 @@ Fault checkStride0(const Checked& checked) {
     return halide_error_constraint_violated(nullptr, checked.stride0Name, stride, "1", 1);
 }
 
-// The product of two 32-bit numbers stays far below the limit; the row keeps its place.
+// The product of two 32-bit numbers stays far below the limit; the check keeps its place.
 Fault checkSize(const Checked& checked, int d) {
     const halide_dimension_t& dim = checked.buffer.dim[d];
     const int64_t product = offsetOf(dim.extent, dim.stride);
@@ -83,18 +83,18 @@ Fault checkSizes(const Checked& checked, int dimensions) {
 
 }  // namespace
 
-Fault checkArguments(const Pipeline& pipeline, const halide_buffer_t* input,
+Fault checkArguments(const PipelineVariant& variant, const halide_buffer_t* input,
                      const halide_buffer_t* output) {
     if (input == nullptr) return halide_error_buffer_argument_is_null(nullptr, inputName);
     if (output == nullptr) {
-        return halide_error_buffer_argument_is_null(nullptr, outputNameOf(pipeline.dimensions()));
+        return halide_error_buffer_argument_is_null(nullptr, outputNameOf(variant.dimensions));
     }
     return {};
 }
 
-Fault checkBuffers(const Pipeline& pipeline, const Regions& regions, const halide_buffer_t& input,
-                   const halide_buffer_t& output) {
-    const int n = pipeline.dimensions();
+Fault checkBuffers(const PipelineVariant& variant, const Regions& regions,
+                   const halide_buffer_t& input, const halide_buffer_t& output) {
+    const int n = variant.dimensions;
     const Checked out{output,
                       outputNameOf(n),
                       n == 3 ? "Output buffer diffusefilt3" : "Output buffer diffusefilt2",
@@ -108,8 +108,8 @@ Fault checkBuffers(const Pipeline& pipeline, const Regions& regions, const halid
                      regions.inputFirst,
                      regions.inputLast};
 
-    if (const Fault fault = checkType(out, pipeline.elementType())) return fault;
-    if (const Fault fault = checkType(in, pipeline.elementType())) return fault;
+    if (const Fault fault = checkType(out, elementTypeOf(variant))) return fault;
+    if (const Fault fault = checkType(in, elementTypeOf(variant))) return fault;
     if (const Fault fault = checkOutputShape(out, n)) return fault;
     if (const Fault fault = checkInputShape(in, n)) return fault;
     if (const Fault fault = checkStride0(out)) return fault;

@@ -12,11 +12,11 @@ namespace diffusefilt {
 using Fault = std::optional<int>;
 
 // Null arguments: before anything is read.
-Fault checkArguments(const Pipeline& pipeline, const halide_buffer_t* input,
+Fault checkArguments(const PipelineVariant& variant, const halide_buffer_t* input,
                      const halide_buffer_t* output);
 
 // Types, regions and extents, strides, sizes, host pointers.
-Fault checkBuffers(const Pipeline& pipeline, const Regions& regions, const halide_buffer_t& input,
-                   const halide_buffer_t& output);
+Fault checkBuffers(const PipelineVariant& variant, const Regions& regions,
+                   const halide_buffer_t& input, const halide_buffer_t& output);
 
 }  // namespace diffusefilt

@@ -4,21 +4,9 @@
 
 #include <HalideRuntime.h>
 
-#include "frame/Pipeline.h"
+#include "frame/arguments.h"
 
 namespace diffusefilt {
-
-constexpr const char* targetOf(InstructionSet set) {
-    switch (set) {
-        case InstructionSet::avx:
-            return "x86-64-linux-avx-large_buffers-no_runtime-sse41";
-        case InstructionSet::avx2:
-            return "x86-64-linux-avx-avx2-large_buffers-no_runtime-sse41";
-        case InstructionSet::none:
-            break;
-    }
-    return "x86-64-linux-large_buffers-no_runtime";
-}
 
 // A text held in place. Short ones end in zeros.
 template <int capacity>
@@ -52,25 +40,25 @@ struct Metadata {
 
     // `version` stays 0: the fields are those of the first version, and what later ones
     // added is empty.
-    constexpr Metadata(const char* pipelineName, const Pipeline& pipeline)
+    constexpr Metadata(const char* pipelineName, PipelineVariant variant)
         : name(pipelineName),
-          target(targetOf(pipeline.variant.instructionSet)),
-          output(outputNameOf(pipeline.dimensions())),
-          arguments{bufferOf(input, halide_argument_kind_input_buffer, pipeline),
+          target(rulesOf(variant.instructionSet).target),
+          output(outputNameOf(variant.dimensions)),
+          arguments{bufferOf(input, halide_argument_kind_input_buffer, variant),
                     {threshold.characters, halide_argument_kind_input_scalar, 0,
                      halide_type_t(halide_type_float, 64, 1), &defaultThreshold.record, nullptr,
                      nullptr, nullptr, nullptr},
-                    bufferOf(output, halide_argument_kind_output_buffer, pipeline)},
+                    bufferOf(output, halide_argument_kind_output_buffer, variant)},
           record{0, 3, arguments, target.characters, name.characters} {}
 
 private:
     static constexpr halide_filter_argument_t bufferOf(const Text<16>& name,
                                                        halide_argument_kind_t kind,
-                                                       const Pipeline& pipeline) {
+                                                       PipelineVariant variant) {
         return {name.characters,
                 kind,
-                pipeline.dimensions(),
-                pipeline.elementType(),
+                variant.dimensions,
+                elementTypeOf(variant),
                 nullptr,
                 nullptr,
                 nullptr,

@@ -2,7 +2,7 @@
 // They answer a bounds query and are what the check ladder compares the buffers with.
 #pragma once
 
-#include "frame/Pipeline.h"
+#include "frame/arguments.h"
 
 namespace diffusefilt {
 
@@ -15,11 +15,11 @@ struct Regions {
 };
 
 // The parallel path stores whole vectors; it serves inputs wider than one.
-bool runsInParallel(const Pipeline& pipeline, const halide_buffer_t& input);
+bool runsInParallel(const PipelineVariant& variant, const halide_buffer_t& input);
 
 // Reads min and extent of the output and extent of the input. The input's min has no
 // part in it: the boundary rule is absolute.
-Regions regionsOf(const Pipeline& pipeline, const halide_buffer_t& input,
+Regions regionsOf(const PipelineVariant& variant, const halide_buffer_t& input,
                   const halide_buffer_t& output);
 
 }  // namespace diffusefilt

@@ -24,7 +24,7 @@
 
 #include <HalideRuntime.h>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace diffusefilt {
 

@@ -1,30 +1,34 @@
 // How a dimension of the output is cut, so that most of it runs with the fewest clamps.
 // One idea serves planes, rows and columns, in tasks and in line:
-//   minimal  begin .. innerBegin .. innerEnd .. end   with clamps: both, none, both
+//   minimal  begin .. innerBegin .. innerEnd .. end   with clamps: both, neither, both
 //   maximal  begin .. upperBegin .. end               with clamps: lower, both
-// A dimension is cut only inside a range of the next outer one that is free of the upper
-// clamp; otherwise it is one range with all clamps. Ranges may be empty.
+// A dimension is cut only inside a band of the next outer one that is free of the upper
+// clamp; otherwise it is one band with all clamps. Bands may be empty. In line the bands are
+// formed from the shapes; a task reads their limits from its record.
 #pragma once
 
-#include "PipelineVariant.h"
 #include "arithmetic/boundary.h"
+#include "schedules/closureRecords.h"
 
 namespace diffusefilt {
 
-// A range of planes, rows, columns or vectors, and what its neighbours still need.
-struct Range {
+// A band of planes, rows, columns or vectors, and what its neighbours still need.
+struct Band {
     int32_t begin;
     int32_t end;
     Clamp clamp;
 };
 
-struct Cut {
-    Range ranges[3];
+template <class T>
+struct UpToThree {
+    T items[3];
     int count;
 
-    [[gnu::always_inline]] constexpr const Range* begin() const noexcept { return ranges; }
-    [[gnu::always_inline]] constexpr const Range* end() const noexcept { return ranges + count; }
+    [[gnu::always_inline]] constexpr const T* begin() const noexcept { return items; }
+    [[gnu::always_inline]] constexpr const T* end() const noexcept { return items + count; }
 };
+
+using Cut = UpToThree<Band>;
 
 [[gnu::always_inline]] constexpr Cut uncut(int32_t begin, int32_t end) noexcept {
     return {{{begin, end, Clamp::both}, {end, end, Clamp::both}, {end, end, Clamp::both}}, 1};
@@ -33,7 +37,7 @@ struct Cut {
 [[gnu::always_inline]] constexpr Cut cutOfMinimal(int32_t begin, int32_t innerBegin,
                                                   int32_t innerEnd, int32_t end) noexcept {
     return {{{begin, innerBegin, Clamp::both},
-             {innerBegin, innerEnd, Clamp::none},
+             {innerBegin, innerEnd, Clamp::neither},
              {innerEnd, end, Clamp::both}},
             3};
 }
@@ -52,7 +56,7 @@ struct Cut {
     return smaller(larger(begin, 1), end);
 }
 
-// The lower bound is where the range before ends, so that no range has a negative length.
+// The lower bound is where the band before ends, so that no band has a negative length.
 [[gnu::always_inline]] constexpr int32_t upperEndOf(int32_t lowerBound, int32_t extent,
                                                     int32_t end) noexcept {
     return larger(lowerBound, smaller(minus(extent, 1), end));
@@ -67,6 +71,106 @@ template <Connectivity connectivity>
     } else {
         return cutOfMaximal(begin, upperEndOf(begin, extent, end), end);
     }
+}
+
+[[gnu::always_inline]] constexpr int log2Of(int powerOfTwo) noexcept {
+    return __builtin_ctz(static_cast<unsigned>(powerOfTwo));
+}
+
+// Vectors whose last lane's neighbour, and whose last lane itself, lie inside without a
+// shift, counted from a row's start; `span` may be negative.
+template <class Int>
+[[gnu::always_inline]] constexpr Int vectorsWithin(Int span, int lanes) noexcept {
+    return (span >> log2Of(lanes)) + 1;
+}
+
+template <Connectivity connectivity, class T>
+[[gnu::always_inline]] constexpr Clamp rowClampAt(const RowClosure<connectivity, T>& record,
+                                                  int32_t y) noexcept {
+    if constexpr (connectivity == Connectivity::minimal) {
+        const bool interior = record.interiorRowBegin <= y && y < record.interiorRowEnd;
+        return interior ? Clamp::neither : Clamp::both;
+    } else {
+        return y < record.unclampedRowEnd ? Clamp::lower : Clamp::both;
+    }
+}
+
+template <Connectivity connectivity, class T>
+[[gnu::always_inline]] constexpr Clamp planeClampAt(const PlaneClosure<connectivity, T>& record,
+                                                    int32_t z) noexcept {
+    if constexpr (connectivity == Connectivity::minimal) {
+        const bool interior = record.interiorPlaneBegin <= z && z < record.interiorPlaneEnd;
+        return interior ? Clamp::neither : Clamp::both;
+    } else {
+        return z < record.unclampedPlaneEnd ? Clamp::lower : Clamp::both;
+    }
+}
+
+// The groups of rows of a plane.
+template <Connectivity connectivity, class T>
+[[gnu::always_inline]] constexpr Cut rowCut(const PlaneClosure<connectivity, T>& record,
+                                            Clamp planeClamp) noexcept {
+    if (planeClamp == Clamp::both) {
+        return uncut(record.outMin1, plus(record.outMin1, record.outExtent1));
+    }
+    if constexpr (connectivity == Connectivity::minimal) {
+        return cutOfMinimal(record.outMin1, record.interiorRowBegin, record.interiorRowEnd,
+                            record.outEnd1);
+    } else {
+        return cutOfMaximal(record.outMin1, record.unclampedRowEnd, record.outEnd1);
+    }
+}
+
+// A segment of a row, in vectors. From wholeBegin to wholeEnd they are read whole: no clamp
+// acts on them, and none is shifted.
+struct Segment {
+    int32_t begin, wholeBegin, wholeEnd, end;
+};
+
+using Segments = UpToThree<Segment>;
+
+// The cut of a row, in vectors of L lanes.
+template <template <Connectivity, class> class Record, Connectivity connectivity, class T>
+[[gnu::always_inline]] constexpr Cut vectorCut(const Record<connectivity, T>& record,
+                                               Clamp rowClamp, int lanes) noexcept {
+    if (rowClamp == Clamp::both) return uncut(0, record.vectorCount);
+    if constexpr (connectivity == Connectivity::minimal) {
+        // The counts of a row that ends at the highest coordinate wrap; no vector stands
+        // before the row's start all the same.
+        return cutOfMinimal(0, larger(record.leftVectorCount, 0), record.interiorVectorEnd,
+                            record.vectorCount);
+    } else {
+        const int32_t span = record.unclampedSpan;
+        return cutOfMaximal(0, span < 0 ? 0 : vectorsWithin(span, lanes), record.vectorCount);
+    }
+}
+
+// The segment of a band. Its vectors are read whole where they start at column 1 or behind, stand
+// unshifted, and end before the input's last column, so that x - 1 to x + L lie inside. Numbers
+// of vectors are formed in 64 bits: a row may start anywhere.
+template <class Record>
+[[gnu::always_inline]] constexpr Segment segmentOf(const Record& record, Band band,
+                                                   int lanes) noexcept {
+    if (band.clamp == Clamp::neither) return {band.begin, band.begin, band.end, band.end};
+    const int64_t first = record.outMin0;
+    const int64_t last = smaller(record.lastVectorX, minus(record.inputMax0, lanes));
+    const auto within = [&](int64_t v) __attribute__((always_inline)) {
+        return v < band.begin ? band.begin : v > band.end ? band.end : int32_t(v);
+    };
+    const int32_t wholeBegin = within(vectorsWithin(-first, lanes));
+    const int32_t wholeEnd = within(vectorsWithin(last - first, lanes));
+    return {band.begin, wholeBegin, larger(wholeBegin, wholeEnd), band.end};
+}
+
+// The segments of all rows of a clamp: worked out once for the rows of a plane.
+template <class Record>
+[[gnu::always_inline]] constexpr Segments rowSegments(const Record& record, Clamp rowClamp,
+                                                      int lanes) noexcept {
+    Segments row{};
+    for (const Band& band : vectorCut(record, rowClamp, lanes)) {
+        row.items[row.count++] = segmentOf(record, band, lanes);
+    }
+    return row;
 }
 
 }  // namespace diffusefilt

@@ -2,9 +2,11 @@
 // all layouts; a layout takes what it has fields for.
 #pragma once
 
+#include <type_traits>
+
 #include "arithmetic/form.h"
 #include "arithmetic/weights.h"
-#include "schedules/taskCuts.h"
+#include "schedules/cut.h"
 
 namespace diffusefilt {
 
@@ -40,7 +42,9 @@ template <Connectivity connectivity, class Record>
                                                const halide_dimension_t& input,
                                                const halide_dimension_t& output) noexcept {
     record.lastVectorX = minus(plus(output.min, output.extent), lanes);
-    record.vectorCount = minus(plus(output.extent, lanes), 1) >> log2OfLanes(lanes);
+    record.vectorCount = minus(plus(output.extent, lanes), 1) >> log2Of(lanes);
+    // A vector that far from the row's start ends in the row, and its last lane's neighbour,
+    // another L columns on, in the input.
     const int32_t unclampedSpan =
         smaller(minus(minus(input.extent, output.min), lanes + 1), minus(output.extent, lanes));
     if constexpr (connectivity == Connectivity::minimal) {
@@ -87,23 +91,15 @@ template <Connectivity connectivity, class T>
 }
 
 template <PipelineVariant variant>
-struct ClosureOf {
-    using Element = typename ElementOf<variant.elementType>::Type;
-    using Type = RowClosure<variant.connectivity, Element>;
-};
-template <PipelineVariant variant>
-requires(variant.dimensions == 3) struct ClosureOf<variant> {
-    using Element = typename ElementOf<variant.elementType>::Type;
-    using Type = PlaneClosure<variant.connectivity, Element>;
-};
-template <PipelineVariant variant>
-using Closure = typename ClosureOf<variant>::Type;
+using Closure = std::conditional_t<variant.dimensions == 2,
+                                   RowClosure<variant.connectivity, ElementOf<variant>>,
+                                   PlaneClosure<variant.connectivity, ElementOf<variant>>>;
 
 // float32 pipelines narrow the threshold here, once, to the nearest float.
 template <PipelineVariant variant>
 [[gnu::always_inline]] inline void fillClosure(Closure<variant>& record, halide_buffer_t* input,
                                                double gradTIn, halide_buffer_t* output) noexcept {
-    using T = typename ClosureOf<variant>::Element;
+    using T = ElementOf<variant>;
     constexpr Connectivity connectivity = variant.connectivity;
     fillBuffers<variant.dimensions>(record, input, static_cast<T>(gradTIn), output);
     fillColumns<connectivity>(record, variant.lanes(), input->dim[0], output->dim[0]);

@@ -15,11 +15,11 @@ public:
     using F = Form<variant, Path::inLine>;
     using T = typename F::Element;
     static constexpr int dimensions = variant.dimensions;
-    static constexpr int planes = dimensions == 3 ? 3 : 1;
+    static constexpr int planes = variant.planes();
 
-    // The clamp of a range in which the next inner dimension is cut.
+    // The clamp of a band in which the next inner dimension is cut.
     static constexpr Clamp inner =
-        variant.connectivity == Connectivity::minimal ? Clamp::none : Clamp::lower;
+        variant.connectivity == Connectivity::minimal ? Clamp::neither : Clamp::lower;
 
     [[gnu::always_inline]] InLine(const halide_buffer_t* input, T gradTIn,
                                   const halide_buffer_t* output) noexcept
@@ -36,14 +36,14 @@ public:
             extent_[d] = input->dim[d].extent;
             inputStride_[d] = input->dim[d].stride;
             outputStride_[d] = out.stride;
-            whole_[d] = uncut(out.min, end);
+            uncut_[d] = uncut(out.min, end);
             bands_[d] = cutOfCoordinates<variant.connectivity>(out.min, end, extent_[d]);
         }
     }
 
     [[gnu::always_inline]] void run() const noexcept {
         if constexpr (dimensions == 3) {
-            for (const Range& band : bands_[2]) {
+            for (const Band& band : bands_[2]) {
                 for (int32_t z = band.begin; z < band.end; ++z) plane(z, band.clamp);
             }
         } else {
@@ -53,7 +53,7 @@ public:
 
 private:
     [[gnu::always_inline]] const Cut& bands(int d, Clamp outer) const noexcept {
-        return outer == inner ? bands_[d] : whole_[d];
+        return outer == inner ? bands_[d] : uncut_[d];
     }
 
     [[gnu::always_inline]] void plane(int32_t z, Clamp clamp) const noexcept {
@@ -64,7 +64,7 @@ private:
 
     [[gnu::always_inline]] void rowBands(const PlaneTerms<planes>& planeTerms, int64_t outPlane,
                                          Clamp planeClamp) const noexcept {
-        for (const Range& band : bands(1, planeClamp)) {
+        for (const Band& band : bands(1, planeClamp)) {
             for (int32_t y = band.begin; y < band.end; ++y) {
                 const auto rows =
                     rowsAround(input_, planeTerms, band.clamp, y, extent_[1], inputStride_[1]);
@@ -76,7 +76,7 @@ private:
 
     [[gnu::always_inline]] void row(const Rows<T, planes>& rows, T* outRow,
                                     Clamp clamp) const noexcept {
-        for (const Range& run : bands(0, clamp)) {
+        for (const Band& run : bands(0, clamp)) {
             if (run.clamp == inner) {
                 elements<inner>(run, rows, outRow);
             } else {
@@ -86,7 +86,7 @@ private:
     }
 
     template <Clamp clamp>
-    [[gnu::noinline]] void elements(Range run, const Rows<T, planes>& rows,
+    [[gnu::noinline]] void elements(Band run, const Rows<T, planes>& rows,
                                     T* outRow) const noexcept {
         for (int32_t x = run.begin; x < run.end; ++x) {
             const ElementOperands<T, planes, clamp> read{rows, x, extent_[0]};
@@ -102,7 +102,7 @@ private:
     int32_t extent_[dimensions];
     int32_t inputStride_[dimensions];
     int32_t outputStride_[dimensions];
-    Cut whole_[dimensions];
+    Cut uncut_[dimensions];
     Cut bands_[dimensions];
 };
 

@@ -4,7 +4,7 @@
 
 #include <HalideRuntime.h>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace diffusefilt {
 
@@ -15,7 +15,7 @@ using PrepareLoop = halide_task_t (*)(uint8_t* record, halide_buffer_t* input, d
 using FilterInLine = void (*)(const halide_buffer_t* input, double gradTIn,
                               const halide_buffer_t* output);
 
-// Defined for every row of the table, each in the file of its instruction set. Element code
+// Defined for every pipeline of the list, each in the file of its instruction set. Element code
 // carries no unwind information: an exception below it ends the process.
 template <PipelineVariant variant>
 halide_task_t prepareLoop(uint8_t* record, halide_buffer_t* input, double gradTIn,
@@ -23,6 +23,16 @@ halide_task_t prepareLoop(uint8_t* record, halide_buffer_t* input, double gradTI
 template <PipelineVariant variant>
 void filterInLine(const halide_buffer_t* input, double gradTIn,
                   const halide_buffer_t* output) noexcept;
+
+struct Paths {
+    PrepareLoop prepareLoop;
+    FilterInLine filterInLine;
+};
+
+template <PipelineVariant variant>
+constexpr Paths pathsOf() {
+    return {&prepareLoop<variant>, &filterInLine<variant>};
+}
 
 // Bytes that hold the record of any pipeline.
 constexpr int closureCapacity = 168;

@@ -1,4 +1,4 @@
-// What one row of the table becomes in the file of its instruction set: the parallel body,
+// What a pipeline of the list becomes in the file of its instruction set: the parallel body,
 // a local function under its own name, and the two functions that the frame calls. Those
 // are strong symbols whose mangled names carry the instruction set, so that the linker can
 // never take one set's code for another's.
@@ -9,13 +9,10 @@
 #error "results are defined to the last bit: no flag of the fast-math family"
 #endif
 
-#include "frame/pipelineNames.h"
+#include "pipelines/names.h"
 #include "schedules/inLine.h"
 #include "schedules/paths.h"
 #include "schedules/tasks.h"
-
-#define DIFFUSEFILT_LOOP_2 "diffusefilt2.s0.y"
-#define DIFFUSEFILT_LOOP_3 "diffusefilt3.s0.z"
 
 #define DIFFUSEFILT_PATHS(dimensions, ...)                                   \
     DIFFUSEFILT_EXPANDED_PATHS(DIFFUSEFILT_NAME(dimensions, __VA_ARGS__),    \
@@ -24,6 +21,9 @@
 #define DIFFUSEFILT_EXPANDED_PATHS(...) DIFFUSEFILT_PATHS_OF(__VA_ARGS__)
 
 #define DIFFUSEFILT_PATHS_OF(name, variant, loop)                                              \
+    static_assert(                                                                             \
+        diffusefilt::rulesOf((variant).instructionSet).features == diffusefilt::featuresHere,  \
+        "compiled for other features than the set's: see cmake/library.cmake");                \
     static int body_##name(void*, int index,                                                   \
                            uint8_t* closure) noexcept __asm__("par_for_" #name "_" loop);      \
     static int body_##name(void*, int index, uint8_t* closure) noexcept {                      \
@@ -41,6 +41,5 @@
     template <>                                                                                \
     void diffusefilt::filterInLine<variant>(const halide_buffer_t* input, double gradTIn,      \
                                             const halide_buffer_t* output) noexcept {          \
-        using T = typename ClosureOf<variant>::Element;                                        \
-        InLine<variant>(input, static_cast<T>(gradTIn), output).run();                         \
+        InLine<variant>(input, static_cast<ElementOf<variant>>(gradTIn), output).run();        \
     }

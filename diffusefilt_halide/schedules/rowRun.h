@@ -14,7 +14,7 @@ struct RowRun {
     using F = Form<variant, Path::parallel>;
     using T = typename F::Element;
     using V = typename F::Value;
-    static constexpr int planes = variant.dimensions == 3 ? 3 : 1;
+    static constexpr int planes = variant.planes();
 
     const Closure<variant>& record;
     Scalars<F> scalars;
@@ -29,8 +29,7 @@ struct RowRun {
 
     // The loop runs on a copy of its rows: what it reads of them then stays in registers,
     // for no store of its own can be taken to change it. It asks early for the lines that
-    // no row before it has touched: in images larger than the cache the float32 steps
-    // would wait for them for a twentieth of their time.
+    // no row before it has touched: in images larger than the cache it would wait for them.
     [[gnu::always_inline]] void wholeVectors(int32_t begin, int32_t end) const noexcept {
         constexpr int ahead = 512 / sizeof(T);
         const RowRun row = *this;
@@ -39,7 +38,7 @@ struct RowRun {
             const WholeOperands<V, planes> read{row.rows, x};
             __builtin_prefetch(row.rows.at(newestRow(variant), x + ahead));
             __builtin_prefetch(row.outRow + x + ahead);
-            store<V>(row.outRow + x, stencil<F>(read, row.scalars));
+            store<F::set, V>(row.outRow + x, stencil<F>(read, row.scalars));
         }
     }
 
@@ -61,7 +60,7 @@ struct RowRun {
 
     template <class Operands>
     [[gnu::always_inline]] void step(const Operands& read, int32_t x) const noexcept {
-        store<V>(outRow + x, stencil<F>(read, scalars));
+        store<F::set, V>(outRow + x, stencil<F>(read, scalars));
     }
 };
 

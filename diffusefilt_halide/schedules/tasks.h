@@ -26,20 +26,20 @@ template <PipelineVariant variant>
     const int64_t outRow = minus(offsetOf(y, record.outStride1), record.outputOffset);
     const Clamp clamp = rowClampAt(record, y);
     const auto row = rowAt<variant>(record, scalars, planeTerms, outRow, y, clamp);
-    for (const Range& range : vectorCut(record, clamp, variant.lanes())) {
-        row.run(segmentOf(record, range, variant.lanes()));
+    for (const Band& band : vectorCut(record, clamp, variant.lanes())) {
+        row.run(segmentOf(record, band, variant.lanes()));
     }
 }
 
 template <PipelineVariant variant>
 [[gnu::always_inline]] inline void planeTask(const Closure<variant>& record, int32_t z) noexcept {
-    typename ClosureOf<variant>::Element corner = cornerWeight;
+    ElementOf<variant> corner = cornerWeight;
     if constexpr (requires { record.sqrtThree; }) corner = cornerWeightFrom(record.sqrtThree);
     const Clamp planeClamp = planeClampAt(record, z);
     const auto planeTerms = PlaneTerms<3>::around(planeClamp, z, record.inputExtent2,
                                                   record.inputStride2, negated(record.inputOffset));
     const int64_t outPlane = minus(offsetOf(z, record.outStride2), record.outputOffset);
-    for (const Range& group : rowCut(record, planeClamp)) {
+    for (const Band& group : rowCut(record, planeClamp)) {
         const Scalars<Form<variant, Path::parallel>> scalars(record.gradTIn, corner);
         const Segments segments = rowSegments(record, group.clamp, variant.lanes());
         for (int32_t y = group.begin; y < group.end; ++y) {
@@ -53,10 +53,10 @@ template <PipelineVariant variant>
 template <PipelineVariant variant>
 [[gnu::always_inline]] inline int runTask(int index, const uint8_t* closure) noexcept {
     const auto& record = *reinterpret_cast<const Closure<variant>*>(closure);
-    if constexpr (variant.dimensions == 3) {
-        planeTask<variant>(record, index);
-    } else {
+    if constexpr (variant.dimensions == 2) {
         rowTask<variant>(record, index);
+    } else {
+        planeTask<variant>(record, index);
     }
     return 0;
 }

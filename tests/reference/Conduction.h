@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 #include "Reference.h"
 
 namespace reference {

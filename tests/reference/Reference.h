@@ -1,11 +1,11 @@
 // One diffusion step in plain scalar code, one element at a time: what every
 // pipeline must give to the last bit. It shares nothing with the library but the
-// words of PipelineVariant.h. Build it with -ffp-contract=off.
+// words of pipelines/axes.h. Build it with -ffp-contract=off.
 #pragma once
 
 #include <cstdint>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace reference {
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "Neighbours.h"
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace reference {
 

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace support {
 

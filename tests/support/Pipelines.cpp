@@ -3,7 +3,7 @@
 #include <ostream>
 
 #include "diffusefilt_halide.h"
-#include "frame/pipelineNames.h"
+#include "pipelines/names.h"
 
 #define PASTE(name, suffix) PASTE_TOKENS(name, suffix)
 #define PASTE_TOKENS(name, suffix) name##suffix
@@ -16,7 +16,7 @@ const std::vector<Pipeline>& pipelines() {
     {DIFFUSEFILT_TEXT(DIFFUSEFILT_NAME(__VA_ARGS__)), DIFFUSEFILT_VARIANT(__VA_ARGS__), \
      &DIFFUSEFILT_NAME(__VA_ARGS__), &PASTE(DIFFUSEFILT_NAME(__VA_ARGS__), _argv),      \
      &PASTE(DIFFUSEFILT_NAME(__VA_ARGS__), _metadata)},
-#include "frame/pipelines.def"
+#include "pipelines/pipelines.def"
     };
     return all;
 }

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "PipelineVariant.h"
+#include "pipelines/axes.h"
 
 namespace support {
 
