@@ -48,6 +48,37 @@ enum class ElementType { float32, float64 };
 /// In rising order of what they ask of the processor. Results differ between them by rounding.
 enum class InstructionSet { none, avx, avx2 };
 
+/// The words that the values of an axis have in the exported names, in the order of the values.
+template <class Axis>
+constexpr auto wordsOf() {
+    if constexpr (std::is_same_v<Axis, Connectivity>) {
+        return std::array{"minimal", "maximal"};
+    } else if constexpr (std::is_same_v<Axis, Conduction>) {
+        return std::array{"quadratic", "exponential"};
+    } else if constexpr (std::is_same_v<Axis, ElementType>) {
+        return std::array{"float32", "float64"};
+    } else {
+        static_assert(std::is_same_v<Axis, InstructionSet>, "this type is no axis with words");
+        return std::array{"none", "avx", "avx2"};
+    }
+}
+
+template <class Axis>
+constexpr const char* wordOf(Axis value) {
+    return wordsOf<Axis>()[static_cast<std::size_t>(value)];
+}
+
+/// The value that a word names.
+/// @throws std::invalid_argument if the axis has no such word.
+template <class Axis>
+Axis fromWord(std::string_view word) {
+    constexpr auto words = wordsOf<Axis>();
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (word == words[i]) return static_cast<Axis>(i);
+    }
+    throw std::invalid_argument("no axis value is named " + std::string(word));
+}
+
 /// A point on the five axes: one pipeline.
 struct Axes {
     int dimensions;  ///< 2 or 3
@@ -55,6 +86,12 @@ struct Axes {
     Conduction conduction;
     ElementType elementType;
     InstructionSet instructionSet;
+
+    /// As exported.
+    std::string name() const {
+        return "diffusefilt" + std::to_string(dimensions) + "_" + wordOf(connectivity) + "_" +
+               wordOf(conduction) + "_" + wordOf(elementType) + "_" + wordOf(instructionSet);
+    }
 };
 
 /// What the processor and the operating system say of themselves.
@@ -290,12 +327,7 @@ inline const Pipeline& findPipeline(std::string_view name) {
 
 /// @throws std::invalid_argument for other dimensions than 2 and 3.
 inline const Pipeline& findPipeline(const Axes& axes) {
-    const char* const sets[] = {"none", "avx", "avx2"};
-    return findPipeline("diffusefilt" + std::to_string(axes.dimensions) +
-                        (axes.connectivity == Connectivity::minimal ? "_minimal" : "_maximal") +
-                        (axes.conduction == Conduction::quadratic ? "_quadratic" : "_exponential") +
-                        (axes.elementType == ElementType::float32 ? "_float32_" : "_float64_") +
-                        sets[static_cast<int>(axes.instructionSet)]);
+    return findPipeline(axes.name());
 }
 
 }  // namespace diffusefilt_host

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstddef>
-#include <diffusefilt_halide.hpp>
 #include <utility>
 
 namespace diffuse {
@@ -63,14 +62,9 @@ std::vector<StepReport> filterIn(const FilterSettings& settings, Picture& pictur
 
 }  // namespace
 
-std::string pipelineName(int dimensions, const PipelineChoice& choice) {
-    return "diffusefilt" + std::to_string(dimensions) + "_" + choice.connectivity + "_" +
-           choice.conduction + "_" + choice.elementType + "_" + choice.instructionSet;
-}
-
 std::vector<StepReport> filter(const FilterSettings& settings, Picture& picture,
                                const std::function<void()>& onStep) {
-    return settings.pipeline.find("float64") != std::string::npos
+    return settings.pipeline.elementType == diffusefilt_host::ElementType::float64
                ? filterIn<double>(settings, picture, onStep)
                : filterIn<float>(settings, picture, onStep);
 }

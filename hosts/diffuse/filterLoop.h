@@ -1,11 +1,11 @@
 // Repeating the library's step.
 #pragma once
 
+#include <diffusefilt_halide.hpp>
 #include <functional>
 #include <vector>
 
 #include "picture.h"
-#include "pipelineChoice.h"
 
 namespace diffuse {
 
@@ -17,14 +17,11 @@ struct StepReport {
 };
 
 struct FilterSettings {
-    std::string pipeline;
+    diffusefilt_host::Axes pipeline;
     double threshold = 0;  // in the units of the values
     int iterations = 0;
     bool measure = false;  // whether to report on the steps
 };
-
-// The name of the pipeline for pictures of so many dimensions.
-std::string pipelineName(int dimensions, const PipelineChoice& choice);
 
 // Replaces the values of every channel by those after the iterations, computed in the element type
 // of the pipeline, and calls `onStep` after each step of each channel. Returns a report for each

@@ -18,7 +18,6 @@
 #include "noiseLevel.h"
 #include "options.h"
 #include "pictureFile.h"
-#include "processor.h"
 #include "progress.h"
 #include "report.h"
 
@@ -60,7 +59,7 @@ void requireWritableFiles(const Options& options, const Picture& picture) {
 void filterPicture(const Options& options, Picture& picture, Report& report) {
     report.noiseSigma = noiseSigma(picture);
     report.threshold = options.threshold.value_or(automaticThreshold(
-        report.noiseSigma, picture, options.pipeline.conduction, options.iterations));
+        report.noiseSigma, picture, wordOf(options.pipeline.conduction), options.iterations));
     Progress progress(std::int64_t{options.iterations} * picture.filteredChannels());
     report.steps = filter({report.pipeline, report.threshold, options.iterations, options.json},
                           picture, [&] { progress.advance(); });
@@ -74,11 +73,10 @@ void print(const std::string& text) {
 void run(const Options& options) {
     Report report;
     Stopwatch watch;
-    PipelineChoice choice = options.pipeline;
-    choice.instructionSet = chooseInstructionSet(choice.instructionSet);
+    report.pipeline = axesOf(options.pipeline);
     Picture picture = readInput(options);
+    report.pipeline.dimensions = picture.dimensions();
     requireWritableFiles(options, picture);
-    report.pipeline = pipelineName(picture.dimensions(), choice);
     report.seconds.read = watch.lap();
 
     // Copies for the preview and the PSNR alone.

@@ -47,10 +47,6 @@ CLI::Validator wholeNumberFrom(int least) {
     return CLI::Range(least, std::numeric_limits<int>::max()).description("");
 }
 
-CLI::Validator oneOf(const std::vector<std::string>& words) {
-    return CLI::IsMember(words).description("");
-}
-
 // Of a header and data that are named alike, either names both.
 fs::path nameOfPair(fs::path file) {
     if (file.extension() == ".img") file.replace_extension(".hdr");
@@ -89,18 +85,37 @@ void addFiles(CLI::App& app, Options& options, std::string& slice) {
     add("--slice", slice, "AXIS:INDEX");
 }
 
+// An axis of the pipeline, in the words of the exported names; `further` are other words, which
+// leave the value as it is.
+template <class Axis, class Value>
+void addAxis(CLI::App& app, const char* name, Value& value, std::vector<std::string> further = {}) {
+    namespace host = diffusefilt_host;
+    const auto take = [&value, further](const std::string& word) {
+        if (std::find(further.begin(), further.end(), word) == further.end()) {
+            value = host::fromWord<Axis>(word);
+        }
+    };
+    constexpr auto words = host::wordsOf<Axis>();
+    std::vector<std::string> known = further;
+    known.insert(known.end(), words.begin(), words.end());
+    app.add_option_function<std::string>(name, take, helpOn(name))
+        ->type_name("NAME")
+        ->group("Filter")
+        ->check(CLI::IsMember(known).description(""));
+}
+
 void addFilter(CLI::App& app, Options& options, std::string& threshold) {
     const auto add = [&](const char* names, auto& value, const char* type, const auto& check) {
         app.add_option(names, value, helpOn(names))->type_name(type)->group("Filter")->check(check);
     };
+    namespace host = diffusefilt_host;
     PipelineChoice& pipeline = options.pipeline;
     add("-n,--iterations", options.iterations, "N", wholeNumberFrom(0));
     add("-k,--threshold", threshold, "VALUE|auto", requirePositiveOrAuto);
-    add("--connectivity", pipeline.connectivity, "NAME", oneOf({"minimal", "maximal"}));
-    add("--conduction", pipeline.conduction, "NAME", oneOf({"quadratic", "exponential"}));
-    add("--type", pipeline.elementType, "NAME", oneOf({"float32", "float64"}));
-    add("--instruction-set", pipeline.instructionSet, "NAME",
-        oneOf({"auto", "none", "avx", "avx2"}));
+    addAxis<host::Connectivity>(app, "--connectivity", pipeline.connectivity);
+    addAxis<host::Conduction>(app, "--conduction", pipeline.conduction);
+    addAxis<host::ElementType>(app, "--type", pipeline.elementType);
+    addAxis<host::InstructionSet>(app, "--instruction-set", pipeline.instructionSet, {"auto"});
     add("--threads", options.threads, "N", wholeNumberFrom(1));
 }
 

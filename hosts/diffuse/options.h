@@ -22,7 +22,7 @@ struct Options {
     bool json = false;
     double noiseSigma = 0;  // in grey values of the input; 0: no noise is added
     std::uint64_t seed = 1;
-    PipelineChoice pipeline = {.instructionSet = "auto"};
+    PipelineChoice pipeline;
 };
 
 // The command line is wrong in itself, whatever the files hold.

@@ -1,15 +1,21 @@
-// The axes of a pipeline that a user chooses, in the words of the exported names.
+// The axes of a pipeline that a user chooses.
 #pragma once
 
-#include <string>
+#include <diffusefilt_halide.hpp>
+#include <optional>
 
 namespace diffuse {
 
 struct PipelineChoice {
-    std::string connectivity = "minimal";
-    std::string conduction = "quadratic";
-    std::string elementType = "float64";
-    std::string instructionSet = "none";
+    diffusefilt_host::Connectivity connectivity = diffusefilt_host::Connectivity::minimal;
+    diffusefilt_host::Conduction conduction = diffusefilt_host::Conduction::quadratic;
+    diffusefilt_host::ElementType elementType = diffusefilt_host::ElementType::float64;
+    // None: the best that the processor and its operating system can run.
+    std::optional<diffusefilt_host::InstructionSet> instructionSet;
 };
+
+// The axes of the pipeline but for the dimensions, which are those of the picture.
+// Throws std::runtime_error with one line if its instruction set cannot be run here.
+diffusefilt_host::Axes axesOf(const PipelineChoice& choice);
 
 }  // namespace diffuse

@@ -67,7 +67,7 @@ std::string jsonReport(const Report& report, const Options& options, const Pictu
                  {"output", fileName(options.output)},
                  {"preview", fileName(options.preview)},
                  {"samples", describeSamples(filtered)},
-                 {"pipeline", report.pipeline},
+                 {"pipeline", report.pipeline.name()},
                  {"threshold", report.threshold},
                  {"threshold_is_auto", !options.threshold},
                  {"noise_sigma", report.noiseSigma},

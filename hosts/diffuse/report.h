@@ -12,7 +12,7 @@
 namespace diffuse {
 
 struct Report {
-    std::string pipeline;
+    diffusefilt_host::Axes pipeline{};
     double threshold = 0;
     double noiseSigma = 0;  // as estimated from what is filtered
     int threads = 0;

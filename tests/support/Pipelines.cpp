@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "diffusefilt_halide.h"
+#include "diffusefilt_halide.hpp"
 #include "pipelines/names.h"
 
 #define PASTE(name, suffix) PASTE_TOKENS(name, suffix)
@@ -29,16 +29,10 @@ const Pipeline* findPipeline(std::string_view name) {
 }
 
 bool processorRuns(diffusefilt::InstructionSet instructionSet) {
-    switch (instructionSet) {
-        case diffusefilt::InstructionSet::avx:
-            return __builtin_cpu_supports("avx");
-        case diffusefilt::InstructionSet::avx2:
-            return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") &&
-                   __builtin_cpu_supports("bmi");
-        case diffusefilt::InstructionSet::none:
-            break;
-    }
-    return true;
+    // Both enumerations stand in rising order.
+    const int above =
+        static_cast<int>(instructionSet) - static_cast<int>(diffusefilt::InstructionSet::none);
+    return above <= static_cast<int>(diffusefilt_host::bestInstructionSet());
 }
 
 void PrintTo(const Pipeline& pipeline, std::ostream* stream) {
