@@ -63,14 +63,11 @@ target_link_libraries(diffusefilt_frame PRIVATE diffusefilt_common)
 add_library(diffusefilt_halide SHARED
   diffusefilt_halide/registerTBB.cpp
   runtime/finalisers.cpp
-  runtime/nullArgumentReporter.cpp
   wrap_memcpy/memcpy_glibc225_pic.cpp
   $<TARGET_OBJECTS:diffusefilt_frame>
   $<TARGET_OBJECTS:diffusefilt_avx>
   $<TARGET_OBJECTS:diffusefilt_avx2>
   $<TARGET_OBJECTS:diffusefilt_none>)
-# The runtime comes behind our own objects: of two weak definitions the linker keeps the
-# first, and one reporter is ours.
 add_dependencies(diffusefilt_halide halide_runtime)
 target_link_libraries(diffusefilt_halide PRIVATE
   ${runtime_object} diffusefilt_common TBB::tbb

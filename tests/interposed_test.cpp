@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -20,6 +21,7 @@ std::mutex argumentsMutex;
 std::vector<double> expArguments;
 int floorCalls = 0;
 bool expThrows = false;
+bool errorThrows = false;
 
 template <class T>
 T callNext(const char* name, T argument) {
@@ -36,6 +38,7 @@ int diffusefilt2_minimal_quadratic_float64_none(halide_buffer_t*, double gradTIn
 }
 
 extern "C" void halide_error(void*, const char* message) {
+    if (errorThrows) throw std::runtime_error("thrown by halide_error");
     lastMessage = message;
 }
 
@@ -70,6 +73,31 @@ TEST(Interposed, EntryCatchesTheArgumentVector) {
 TEST(Interposed, ErrorReceivesTheMessages) {
     EXPECT_EQ(pipelines().back().entry(nullptr, 1.0, nullptr), -12);
     EXPECT_EQ(lastMessage, "Buffer argument keyimForType is NULL");
+}
+
+// All reporters are the runtime's: none takes memory by the hook, and nothing passes them.
+TEST(InterposedDeathTest, ReportersAreOfOneKind) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    FrameCall noHost(pipelines().back(), 30);
+    noHost.output.host = nullptr;
+    noHost.output.device = 1;
+    const struct {
+        std::function<int()> call;
+        std::string message;
+    } faults[] = {{[] { return pipelines().back().entry(nullptr, 1.0, nullptr); },
+                   "Buffer argument keyimForType is NULL"},
+                  {[&] { return noHost.run(); },
+                   "The host pointer of Output buffer diffusefilt3 is null, but the pipeline will "
+                   "access it on the host."}};
+    const auto malloc = halide_set_custom_malloc([](void*, size_t) -> void* { return nullptr; });
+    for (const auto& [call, message] : faults) {
+        EXPECT_LT(call(), 0);
+        EXPECT_EQ(lastMessage, message);
+        errorThrows = true;
+        EXPECT_DEATH(call(), "terminate called");
+        errorThrows = false;
+    }
+    halide_set_custom_malloc(malloc);
 }
 
 class LibraryCalls : public PipelineTest {
