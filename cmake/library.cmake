@@ -4,14 +4,13 @@ find_package(TBB REQUIRED)
 # Neither the element code nor the frame holds anything that an exception would have to
 # clean up. One of a host's hook passes through the frame on its unwind tables; element
 # code has none, so that nothing passes a parallel body. Neither imports anything but what
-# it calls by name. Element code calls exp and floorf through the table of addresses itself:
-# the jump of the procedure linkage table is a tenth of the time of an exp.
+# it calls by name. Element code calls exp and floorf through the table of addresses itself, not
+# by a jump of the procedure linkage table.
 set(diffusefilt_plain -fno-exceptions -fno-stack-protector)
 set(diffusefilt_element
   ${diffusefilt_plain} -fno-unwind-tables -fno-asynchronous-unwind-tables -fno-plt)
 # The neighbours are independent chains of up to thirty operations each. Scheduled before
-# registers are given out, they stand interleaved: the float32 exponentials take a tenth
-# less time.
+# registers are given out, they stand interleaved.
 list(APPEND diffusefilt_element
   $<$<CXX_COMPILER_ID:GNU>:-fschedule-insns> $<$<CXX_COMPILER_ID:GNU>:-fsched-pressure>)
 if(DIFFUSEFILT_SANITIZE)
@@ -39,8 +38,7 @@ target_compile_options(diffusefilt_common INTERFACE
 target_link_libraries(diffusefilt_common INTERFACE diffusefilt_options halide_headers)
 
 # g++ would put its own floor in place of the call that none makes, and in avx read 32 bytes
-# in two halves, as the first processors of the set prefer: on later ones the quadratic
-# float32 steps take a tenth to a quarter less time with whole reads.
+# in two halves, as the first processors of the set prefer.
 diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf)
 diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma
   $<$<CXX_COMPILER_ID:GNU>:-mno-avx256-split-unaligned-load>)

@@ -7,7 +7,6 @@ set(CPACK_PACKAGE_VENDOR "diffusefilt_halide maintainers")
 set(CPACK_PACKAGE_CONTACT "diffusefilt_halide maintainers <maintainers@diffusefilt.example>")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # that of each component is its first line
-set(CPACK_STRIP_FILES ON)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -25,6 +24,10 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} - headers
 Headers for C and C++, files for CMake and pkg-config, and the documentation
 of libdiffusefilt-halide.")
+
+# Debug information goes, the local names of the parallel bodies stay: docs/abi.md.
+install(CODE "execute_process(COMMAND \"${CMAKE_STRIP}\" --strip-debug \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:diffusefilt_halide>\" COMMAND_ERROR_IS_FATAL ANY)"
+  COMPONENT runtime EXCLUDE_FROM_ALL)
 
 # For the packages alone: what Debian asks of each, and the reasons why lintian is overruled.
 string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
