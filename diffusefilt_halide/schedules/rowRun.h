@@ -1,6 +1,7 @@
 // The vectors of one row of the output. A vector's position is outMin0 + L * v; the last
 // one of a row is shifted inwards to end on the row's last element, and the elements it
-// shares with its predecessor are computed twice, with the same bits.
+// shares with its predecessor are computed twice, with the same bits but for a NaN's sign and
+// payload.
 #pragma once
 
 #include "arithmetic/operands.h"
