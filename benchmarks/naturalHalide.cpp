@@ -1,5 +1,5 @@
-#include "pipelines/names.h"
 #include "peers.h"
+#include "pipelines/names.h"
 
 #define NATURAL(name) NATURAL_OF(name)
 #define NATURAL_OF(name) natural_##name

@@ -44,14 +44,13 @@ diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma
   $<$<CXX_COMPILER_ID:GNU>:-mno-avx256-split-unaligned-load>)
 diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi)
 
-# The frame, and the loop that it starts, are baseline code.
+# The frame is baseline code.
 add_library(diffusefilt_frame OBJECT
   diffusefilt_halide/frame/boundsQuery.cpp
   diffusefilt_halide/frame/checkLadder.cpp
   diffusefilt_halide/frame/entry.cpp
   diffusefilt_halide/frame/exports.cpp
-  diffusefilt_halide/frame/regions.cpp
-  diffusefilt_halide/schedules/parallelLoop.cpp)
+  diffusefilt_halide/frame/regions.cpp)
 target_compile_options(diffusefilt_frame PRIVATE ${diffusefilt_plain})
 if(DIFFUSEFILT_FUZZ AND NOT DIFFUSEFILT_SANITIZE MATCHES memory)
   target_compile_options(diffusefilt_frame PRIVATE -fsanitize=fuzzer-no-link)  # feedback

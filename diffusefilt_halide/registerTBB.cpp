@@ -4,14 +4,7 @@
 #include <HalideRuntime.h>
 #include <oneapi/tbb/parallel_for.h>
 
-namespace {
-
-// Sums of task numbers wrap; such a range is empty.
-int wrappingSum(int a, int b) {
-    return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b));
-}
-
-}  // namespace
+#include "arithmetic/coordinates.h"
 
 extern "C" {
 
@@ -22,7 +15,7 @@ extern "C" {
 int tbb_do_par_for(void* user_context, int (*f)(void*, int, uint8_t*), int min, int extent,
                    uint8_t* state) {
     int exit_status = 0;
-    const int end = wrappingSum(min, extent);
+    const int end = diffusefilt::plus(min, extent);  // wraps, and then the range is empty
     if (min >= end || extent <= 0) return exit_status;
     tbb::parallel_for(min, end, [&user_context, &f, &state, &exit_status](int idx) {
         const int job_status = halide_do_task(user_context, f, idx, state);

@@ -7,11 +7,11 @@
 namespace {
 
 using namespace support;
+using diffusefilt::Band;
 using diffusefilt::Clamp;
 using diffusefilt::Connectivity;
 using diffusefilt::Cut;
 using diffusefilt::PlaneClosure;
-using diffusefilt::Band;
 using diffusefilt::RowClosure;
 
 std::string wordOf(Clamp clamp) {

@@ -14,12 +14,6 @@
 
 namespace diffusefilt {
 
-// exp of the math library, one call for each lane, in rising order.
-template <class V>
-[[gnu::always_inline]] inline V libraryExponential(V u) noexcept {
-    return fromLanes<V>([&](int i) __attribute__((always_inline)) { return ::exp(laneOf(u, i)); });
-}
-
 // In the lanes of any V of the form's elements.
 template <class Form, class V>
 [[gnu::always_inline]] inline V conductance(V t) noexcept {
@@ -31,7 +25,9 @@ template <class Form, class V>
     } else {
         static_assert(Form::variant.conduction == Conduction::exponential,
                       "this conduction has no conductance: write its branch");
-        return libraryExponential<V>(-(t * t));
+        const V u = -(t * t);  // one call for each lane, in rising order
+        return fromLanes<V>([&](int i)
+                                __attribute__((always_inline)) { return ::exp(laneOf(u, i)); });
     }
 }
 

@@ -11,18 +11,8 @@ namespace diffusefilt {
 // caller's thread.
 enum class Path { parallel, inLine };
 
-template <ElementType>
-struct TypeOf;
-template <>
-struct TypeOf<ElementType::float32> {
-    using Element = float;
-};
-template <>
-struct TypeOf<ElementType::float64> {
-    using Element = double;
-};
 template <PipelineVariant variant>
-using ElementOf = typename TypeOf<variant.elementType>::Element;
+using ElementOf = std::conditional_t<variant.elementBits() == 32, float, double>;
 
 template <PipelineVariant pipeline, Path pathOfForm>
 struct Form {

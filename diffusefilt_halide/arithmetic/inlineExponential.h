@@ -29,7 +29,7 @@ constexpr float c2 = fromBits(uint32_t{0x3effffde});
 // Rounded down, by one call of the math library for each lane where processors have no floor.
 template <InstructionSet set, class V>
 [[gnu::always_inline]] inline V floorOf(V y) noexcept {
-    if constexpr (rulesOf(set).floor == Floor::call) {
+    if constexpr (!rulesOf(set).hasFloor) {
         return fromLanes<V>([&](int i)
                                 __attribute__((always_inline)) { return ::floorf(laneOf(y, i)); });
     } else {

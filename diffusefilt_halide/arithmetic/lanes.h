@@ -6,6 +6,7 @@
 #include <immintrin.h>
 
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 
 #include "pipelines/axes.h"
@@ -24,29 +25,17 @@ template <class T, int N>
 using Lanes = typename LanesType<T, N>::Type;
 
 template <class V>
-struct LanesTraits {
-    using Element = V;
-    static constexpr int count = 1;
-};
-template <class V>
-requires requires(V v) {
-    v[0];
-}
-struct LanesTraits<V> {
-    using Element = std::remove_cvref_t<decltype(V{}[0])>;
-    static constexpr int count = sizeof(V) / sizeof(Element);
-};
-template <class V>
-using ElementOfLanes = typename LanesTraits<V>::Element;
-
-template <class V>
-[[gnu::always_inline]] inline ElementOfLanes<V> laneOf(const V& v, int i) noexcept {
-    if constexpr (LanesTraits<V>::count == 1) {
+[[gnu::always_inline]] inline auto laneOf(const V& v, int i) noexcept {
+    if constexpr (std::is_arithmetic_v<V>) {
         return v;
     } else {
         return v[i];
     }
 }
+template <class V>
+using ElementOfLanes = decltype(laneOf(V{}, 0));
+template <class V>
+constexpr int lanesOf = sizeof(V) / sizeof(ElementOfLanes<V>);
 
 // The lanes element(0), element(1), ..., called in this order. They are put together
 // from registers: written one by one to memory and read back whole, they would stall.
@@ -55,7 +44,7 @@ template <class V, class F>
     return [&]<int... i>(std::integer_sequence<int, i...>) __attribute__((always_inline)) {
         return V{element(i)...};
     }
-    (std::make_integer_sequence<int, LanesTraits<V>::count>{});
+    (std::make_integer_sequence<int, lanesOf<V>>{});
 }
 
 template <class V>
@@ -78,17 +67,71 @@ template <class V>
 // stored first: the order is part of what is promised, and the barrier keeps it.
 template <InstructionSet set, class V>
 [[gnu::always_inline]] inline void store(ElementOfLanes<V>* to, V v) noexcept {
-    if constexpr (rulesOf(set).storesHalves && LanesTraits<V>::count > 1) {
+    if constexpr (rulesOf(set).worksInHalves && lanesOf < V >> 1) {
         static_assert(sizeof(V) == 32, "halves are those of 32 bytes");
-        const auto halves = reinterpret_cast<__m256d>(v);
+        const auto whole = reinterpret_cast<__m256d>(v);
         auto* const half = reinterpret_cast<double*>(to);
-        _mm_storeu_pd(half + 2, _mm256_extractf128_pd(halves, 1));
+        _mm_storeu_pd(half + 2, _mm256_extractf128_pd(whole, 1));
         asm volatile("" ::: "memory");
-        _mm_storeu_pd(half, _mm256_castpd256_pd128(halves));
+        _mm_storeu_pd(half, _mm256_castpd256_pd128(whole));
     } else {
         reinterpret_cast<Unaligned<V>*>(to)->value = v;
     }
 }
+
+// The float as an integer. What does not fit, NaN among it, becomes the lowest integer.
+[[gnu::always_inline]] inline int32_t truncated(float f) noexcept {
+    return _mm_cvttss_si32(_mm_set_ss(f));
+}
+[[gnu::always_inline]] inline Lanes<int32_t, 4> truncated(__m128 f) noexcept {
+    return reinterpret_cast<Lanes<int32_t, 4>>(_mm_cvttps_epi32(f));
+}
+
+// The smaller lanes of the two: g++ makes a comparison and a blend of the language's selection.
+[[gnu::always_inline]] inline Lanes<int32_t, 4> smallerOf(Lanes<int32_t, 4> a,
+                                                          Lanes<int32_t, 4> b) noexcept {
+#ifdef __SSE4_1__
+    return reinterpret_cast<Lanes<int32_t, 4>>(
+        _mm_min_epi32(reinterpret_cast<__m128i>(a), reinterpret_cast<__m128i>(b)));
+#else
+    return a < b ? a : b;
+#endif
+}
+
+// The lanes of v, +0.0 where the mask has all bits.
+[[gnu::always_inline]] inline __m128 clearedBy(__m128 mask, __m128 v) noexcept {
+    return _mm_andnot_ps(mask, v);
+}
+
+#ifdef __SSE4_1__
+// floor(v).
+[[gnu::always_inline]] inline float roundDown(float v) noexcept {
+    return _mm_cvtss_f32(_mm_floor_ss(_mm_setzero_ps(), _mm_set_ss(v)));
+}
+[[gnu::always_inline]] inline __m128 roundDown(__m128 v) noexcept {
+    return _mm_floor_ps(v);
+}
+#endif
+
+#ifdef __AVX__
+[[gnu::always_inline]] inline __m256 roundDown(__m256 v) noexcept {
+    return _mm256_floor_ps(v);
+}
+[[gnu::always_inline]] inline __m256 clearedBy(__m256 mask, __m256 v) noexcept {
+    return _mm256_andnot_ps(mask, v);
+}
+#endif
+
+#ifdef __AVX2__
+[[gnu::always_inline]] inline Lanes<int32_t, 8> truncated(__m256 f) noexcept {
+    return reinterpret_cast<Lanes<int32_t, 8>>(_mm256_cvttps_epi32(f));
+}
+[[gnu::always_inline]] inline Lanes<int32_t, 8> smallerOf(Lanes<int32_t, 8> a,
+                                                          Lanes<int32_t, 8> b) noexcept {
+    return reinterpret_cast<Lanes<int32_t, 8>>(
+        _mm256_min_epi32(reinterpret_cast<__m256i>(a), reinterpret_cast<__m256i>(b)));
+}
+#endif
 
 #ifdef __FMA__
 // a * b + c with one rounding.

@@ -61,7 +61,7 @@ public:
 
 private:
     static constexpr int side = edge == Edge::left ? -1 : 1;
-    static constexpr int clampedLane = edge == Edge::left ? 0 : LanesTraits<V>::count - 1;
+    static constexpr int clampedLane = edge == Edge::left ? 0 : lanesOf<V> - 1;
 
     const Rows<ElementOfLanes<V>, planes>& rows_;
     int64_t x_;
@@ -85,7 +85,7 @@ public:
     }
 
 private:
-    static constexpr int lanes = LanesTraits<V>::count;
+    static constexpr int lanes = lanesOf<V>;
 
     const Rows<ElementOfLanes<V>, planes>& rows_;
     int64_t columns_[lanes + 2];  // from x - 1 on

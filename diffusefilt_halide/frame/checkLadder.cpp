@@ -1,6 +1,7 @@
 #include "frame/checkLadder.h"
 
 #include "arithmetic/coordinates.h"
+#include "pipelines/names.h"
 
 namespace diffusefilt {
 namespace {

@@ -16,7 +16,8 @@
 
 #define DIFFUSEFILT_EXPORT_OF(P, variant)                                                       \
     static constexpr diffusefilt::PipelineVariant P##_variant = variant;                        \
-    static constexpr diffusefilt::Paths P##_paths = diffusefilt::pathsOf<variant>();            \
+    static constexpr diffusefilt::Paths P##_paths{&diffusefilt::prepareLoop<variant>,           \
+                                                  &diffusefilt::filterInLine<variant>};         \
     static constinit const diffusefilt::Metadata P##_record{#P, P##_variant};                   \
                                                                                                 \
     int P(halide_buffer_t* keyimForType, double gradTIn, halide_buffer_t* output) {             \

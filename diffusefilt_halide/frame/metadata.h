@@ -2,9 +2,8 @@
 // all texts and of the default value: nothing is shared between two records.
 #pragma once
 
-#include <HalideRuntime.h>
-
-#include "frame/arguments.h"
+#include "frame/regions.h"
+#include "pipelines/names.h"
 
 namespace diffusefilt {
 
@@ -55,15 +54,12 @@ private:
     static constexpr halide_filter_argument_t bufferOf(const Text<16>& name,
                                                        halide_argument_kind_t kind,
                                                        PipelineVariant variant) {
-        return {name.characters,
-                kind,
-                variant.dimensions,
-                elementTypeOf(variant),
-                nullptr,
-                nullptr,
-                nullptr,
-                nullptr,
-                nullptr};
+        halide_filter_argument_t argument{};
+        argument.name = name.characters;
+        argument.kind = kind;
+        argument.dimensions = variant.dimensions;
+        argument.type = elementTypeOf(variant);
+        return argument;
     }
 };
 

@@ -1,10 +1,17 @@
-// The part of the output that a call touches and the part of the input that it needs.
-// They answer a bounds query and are what the check ladder compares the buffers with.
+// What a pipeline asks of its buffers: the type of their elements, the part of the output that a
+// call touches and the part of the input that it needs. They answer a bounds query and are what the
+// check ladder compares the buffers with.
 #pragma once
 
-#include "frame/arguments.h"
+#include <HalideRuntime.h>
+
+#include "pipelines/axes.h"
 
 namespace diffusefilt {
+
+constexpr halide_type_t elementTypeOf(const PipelineVariant& variant) {
+    return {halide_type_float, static_cast<uint8_t>(variant.elementBits()), 1};
+}
 
 // Closed ranges of coordinates, for each dimension.
 struct Regions {

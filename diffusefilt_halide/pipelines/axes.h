@@ -41,6 +41,8 @@ template <PipelineVariant variant>
 constexpr PipelineVariant listed() {
     static_assert(variant.dimensions == 2 || variant.dimensions == 3,
                   "this number of dimensions has no loop: see schedules/tasks.h and inLine.h");
+    static_assert(variant.elementBits() == 32 || variant.elementType == ElementType::float64,
+                  "this element type has no size: see elementBits and arithmetic/form.h");
     static_assert(rulesOf(variant.instructionSet).vectorBytes > 0,
                   "this instruction set has no rules: write its block in pipelines/setRules.h");
     return variant;

@@ -1,4 +1,4 @@
-// What a line of pipelines.def is pasted into: the exported name, its loop and the variant.
+// The names of a pipeline and of its arguments, and what a line of pipelines.def is pasted into.
 #pragma once
 
 #include "pipelines/axes.h"
@@ -15,6 +15,18 @@
 // The dimension that the parallel loop runs over, in the name of its body.
 #define DIFFUSEFILT_LOOP_2 "diffusefilt2.s0.y"
 #define DIFFUSEFILT_LOOP_3 "diffusefilt3.s0.z"
+
+namespace diffusefilt {
+
+// The arguments, as messages and metadata name them.
+constexpr char inputName[] = "keyimForType";
+constexpr char thresholdName[] = "gradTIn";
+
+constexpr const char* outputNameOf(int dimensions) {
+    return dimensions == 3 ? "diffusefilt3" : "diffusefilt2";
+}
+
+}  // namespace diffusefilt
 
 // The text of a token that may itself be a macro.
 #define DIFFUSEFILT_TEXT(token) DIFFUSEFILT_TEXT_OF(token)

@@ -50,26 +50,19 @@ using Cut = UpToThree<Band>;
             2};
 }
 
-// The limits of the cut of the coordinates from `begin` to `end`, over an input of
-// `extent` coordinates.
-[[gnu::always_inline]] constexpr int32_t innerBeginOf(int32_t begin, int32_t end) noexcept {
-    return smaller(larger(begin, 1), end);
-}
-
-// The lower bound is where the band before ends, so that no band has a negative length.
-[[gnu::always_inline]] constexpr int32_t upperEndOf(int32_t lowerBound, int32_t extent,
-                                                    int32_t end) noexcept {
-    return larger(lowerBound, smaller(minus(extent, 1), end));
-}
-
+// The cut of a dimension of the output. An upper
+// band begins no lower than the band before it, so that none has a negative length.
 template <Connectivity connectivity>
-[[gnu::always_inline]] constexpr Cut cutOfCoordinates(int32_t begin, int32_t end,
-                                                      int32_t extent) noexcept {
+[[gnu::always_inline]] constexpr Cut cutOf(const halide_dimension_t& input,
+                                           const halide_dimension_t& output) noexcept {
+    const int32_t begin = output.min;
+    const int32_t end = plus(output.min, output.extent);
+    const int32_t upperBegin = smaller(minus(input.extent, 1), end);
     if constexpr (connectivity == Connectivity::minimal) {
-        const int32_t innerBegin = innerBeginOf(begin, end);
-        return cutOfMinimal(begin, innerBegin, upperEndOf(innerBegin, extent, end), end);
+        const int32_t innerBegin = smaller(larger(begin, 1), end);
+        return cutOfMinimal(begin, innerBegin, larger(innerBegin, upperBegin), end);
     } else {
-        return cutOfMaximal(begin, upperEndOf(begin, extent, end), end);
+        return cutOfMaximal(begin, larger(begin, upperBegin), end);
     }
 }
 

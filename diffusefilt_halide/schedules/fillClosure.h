@@ -60,12 +60,12 @@ template <Connectivity connectivity, class Record>
 template <Connectivity connectivity, class Record>
 [[gnu::always_inline]] inline void fillRows(Record& record, const halide_dimension_t& input,
                                             const halide_dimension_t& output) noexcept {
-    const int32_t end = plus(output.min, output.extent);
+    const Cut cut = cutOf<connectivity>(input, output);
     if constexpr (connectivity == Connectivity::minimal) {
-        record.interiorRowBegin = innerBeginOf(output.min, end);
-        record.interiorRowEnd = upperEndOf(record.interiorRowBegin, input.extent, end);
+        record.interiorRowBegin = cut.items[1].begin;
+        record.interiorRowEnd = cut.items[1].end;
     } else {
-        record.unclampedRowEnd = upperEndOf(output.min, input.extent, end);
+        record.unclampedRowEnd = cut.items[0].end;
     }
 }
 
@@ -80,12 +80,12 @@ template <Connectivity connectivity, class T>
     record.inputExtent2 = input[2].extent;
     record.inputStride2 = input[2].stride;
     record.inputMax1 = minus(input[1].extent, 1);
-    const int32_t end = plus(output[2].min, output[2].extent);
+    const Cut cut = cutOf<connectivity>(input[2], output[2]);
     if constexpr (connectivity == Connectivity::minimal) {
-        record.interiorPlaneBegin = innerBeginOf(output[2].min, end);
-        record.interiorPlaneEnd = upperEndOf(record.interiorPlaneBegin, input[2].extent, end);
+        record.interiorPlaneBegin = cut.items[1].begin;
+        record.interiorPlaneEnd = cut.items[1].end;
     } else {
-        record.unclampedPlaneEnd = upperEndOf(output[2].min, input[2].extent, end);
+        record.unclampedPlaneEnd = cut.items[0].end;
         if constexpr (sizeof(T) == sizeof(double)) record.sqrtThree = sqrtThree;
     }
 }

@@ -32,34 +32,32 @@ public:
                                                          : T(cornerWeightFrom(sqrtThree))) {
         for (int d = 0; d < dimensions; ++d) {
             const halide_dimension_t& out = output->dim[d];
-            const int32_t end = plus(out.min, out.extent);
             extent_[d] = input->dim[d].extent;
             inputStride_[d] = input->dim[d].stride;
             outputStride_[d] = out.stride;
-            uncut_[d] = uncut(out.min, end);
-            bands_[d] = cutOfCoordinates<variant.connectivity>(out.min, end, extent_[d]);
+            uncut_[d] = uncut(out.min, plus(out.min, out.extent));
+            bands_[d] = cutOf<variant.connectivity>(input->dim[d], out);
         }
     }
 
     [[gnu::always_inline]] void run() const noexcept {
-        if constexpr (dimensions == 3) {
-            for (const Band& band : bands_[2]) {
-                for (int32_t z = band.begin; z < band.end; ++z) plane(z, band.clamp);
-            }
+        const int64_t origin = negated(inputOffset_);
+        if constexpr (dimensions == 2) {
+            rowBands(PlaneTerms<1>{{origin}}, negated(outputOffset_), inner);
         } else {
-            rowBands(PlaneTerms<1>{{negated(inputOffset_)}}, negated(outputOffset_), inner);
+            for (const Band& band : bands_[2]) {
+                for (int32_t z = band.begin; z < band.end; ++z) {
+                    rowBands(
+                        PlaneTerms<3>::around(band.clamp, z, extent_[2], inputStride_[2], origin),
+                        minus(offsetOf(z, outputStride_[2]), outputOffset_), band.clamp);
+                }
+            }
         }
     }
 
 private:
     [[gnu::always_inline]] const Cut& bands(int d, Clamp outer) const noexcept {
         return outer == inner ? bands_[d] : uncut_[d];
-    }
-
-    [[gnu::always_inline]] void plane(int32_t z, Clamp clamp) const noexcept {
-        rowBands(
-            PlaneTerms<3>::around(clamp, z, extent_[2], inputStride_[2], negated(inputOffset_)),
-            minus(offsetOf(z, outputStride_[2]), outputOffset_), clamp);
     }
 
     [[gnu::always_inline]] void rowBands(const PlaneTerms<planes>& planeTerms, int64_t outPlane,

@@ -14,6 +14,9 @@
 #include "schedules/paths.h"
 #include "schedules/tasks.h"
 
+// Of the other sets, nothing.
+#define PIPELINE(...)
+
 #define DIFFUSEFILT_PATHS(dimensions, ...)                                   \
     DIFFUSEFILT_EXPANDED_PATHS(DIFFUSEFILT_NAME(dimensions, __VA_ARGS__),    \
                                DIFFUSEFILT_VARIANT(dimensions, __VA_ARGS__), \
@@ -21,9 +24,8 @@
 #define DIFFUSEFILT_EXPANDED_PATHS(...) DIFFUSEFILT_PATHS_OF(__VA_ARGS__)
 
 #define DIFFUSEFILT_PATHS_OF(name, variant, loop)                                              \
-    static_assert(                                                                             \
-        diffusefilt::rulesOf((variant).instructionSet).features == diffusefilt::featuresHere,  \
-        "compiled for other features than the set's: see cmake/library.cmake");                \
+    static_assert((variant).instructionSet == diffusefilt::compiledFor,                        \
+                  "compiled with the flags of another set: see cmake/library.cmake");          \
     static int body_##name(void*, int index,                                                   \
                            uint8_t* closure) noexcept __asm__("par_for_" #name "_" loop);      \
     static int body_##name(void*, int index, uint8_t* closure) noexcept {                      \

@@ -3,8 +3,8 @@
 
 #include <cmath>
 
-#include "pipelines/axes.h"
 #include "Reference.h"
+#include "pipelines/axes.h"
 
 namespace reference {
 
