@@ -88,18 +88,22 @@ TEST(CppLayer, PipelinesAreFoundByNameAndByAxes) {
 }
 
 TEST(CppLayer, BestSetNeedsEveryFeatureAndTheSystemsState) {
-    const host::ProcessorRegisters all = {bit_OSXSAVE | bit_AVX | bit_SSE4_1 | bit_FMA,
-                                          bit_AVX2 | bit_BMI, 7};
-    const auto best = [](host::ProcessorRegisters registers) {
-        return host::bestInstructionSet(registers);
+    const unsigned ecx = bit_OSXSAVE | bit_AVX | bit_SSE4_1 | bit_FMA, ebx = bit_AVX2 | bit_BMI;
+    const struct {
+        host::ProcessorRegisters registers;
+        InstructionSet best;
+    } processors[] = {
+        {{ecx, ebx, 7}, InstructionSet::avx2},
+        {{ecx & ~bit_FMA, ebx, 7}, InstructionSet::avx},
+        {{ecx, bit_AVX2, 7}, InstructionSet::avx},
+        {{ecx, bit_BMI, 7}, InstructionSet::avx},
+        {{ecx & ~bit_AVX, ebx, 7}, InstructionSet::none},
+        {{ecx & ~bit_OSXSAVE, ebx, 7}, InstructionSet::none},
+        {{ecx, ebx, 3}, InstructionSet::none},
     };
-    EXPECT_EQ(best(all), InstructionSet::avx2);
-    EXPECT_EQ(best({all.leaf1Ecx & ~bit_FMA, all.leaf7Ebx, 7}), InstructionSet::avx);
-    EXPECT_EQ(best({all.leaf1Ecx, bit_AVX2, 7}), InstructionSet::avx);
-    EXPECT_EQ(best({all.leaf1Ecx, bit_BMI, 7}), InstructionSet::avx);
-    EXPECT_EQ(best({all.leaf1Ecx & ~bit_AVX, all.leaf7Ebx, 7}), InstructionSet::none);
-    EXPECT_EQ(best({all.leaf1Ecx & ~bit_OSXSAVE, all.leaf7Ebx, 7}), InstructionSet::none);
-    EXPECT_EQ(best({all.leaf1Ecx, all.leaf7Ebx, 3}), InstructionSet::none);
+    for (const auto& [registers, best] : processors) {
+        EXPECT_EQ(host::bestInstructionSet(registers), best);
+    }
 }
 
 // Before the first call through the layer, as a host does it.

@@ -1,6 +1,10 @@
-// The neighbours of an element: their names, their offsets, and what is known of
-// each once its difference to the centre has been taken.
+// The neighbours of an element, in the order of their names, and what is known of each once its
+// difference to the centre has been taken.
 #pragma once
+
+#include <span>
+
+#include "pipelines/axes.h"
 
 namespace reference {
 
@@ -8,68 +12,33 @@ struct Offset {
     int dx, dy, dz;
 };
 
-// minimal reads the first 4, maximal all 8.
-enum PlaneNeighbour { north, south, west, east, northWest, northEast, southWest, southEast };
-
+// N, S, W, E, NW, NE, SW, SE: north is y - 1, west x - 1. minimal reads the first 4.
 inline constexpr Offset planeOffsets[] = {
-    {0, -1, 0},   // north
-    {0, +1, 0},   // south
-    {-1, 0, 0},   // west
-    {+1, 0, 0},   // east
-    {-1, -1, 0},  // northWest
-    {+1, -1, 0},  // northEast
-    {-1, +1, 0},  // southWest
-    {+1, +1, 0},  // southEast
+    {0, -1, 0},  {0, +1, 0},  {-1, 0, 0},  {+1, 0, 0},  //
+    {-1, -1, 0}, {+1, -1, 0}, {-1, +1, 0}, {+1, +1, 0},
 };
 
-// Faces, edges and corners of the cube. minimal reads the first 6, maximal all 26.
-// clang-format off
-enum VolumeNeighbour {
-    F1, F2, F3, F4, F5, F6,
-    E1, E2, E3, E4, E5, E6, E7, E8, E9, E10, E11, E12,
-    C1, C2, C3, C4, C5, C6, C7, C8
-};
-// clang-format on
-
+// Faces F1 to F6, edges E1 to E12, corners C1 to C8 of the cube. minimal reads the faces.
 inline constexpr Offset volumeOffsets[] = {
-    {0, 0, +1},    // F1
-    {0, 0, -1},    // F2
-    {-1, 0, 0},    // F3
-    {+1, 0, 0},    // F4
-    {0, -1, 0},    // F5
-    {0, +1, 0},    // F6
-    {-1, -1, 0},   // E1
-    {+1, -1, 0},   // E2
-    {-1, +1, 0},   // E3
-    {+1, +1, 0},   // E4
-    {-1, 0, +1},   // E5
-    {+1, 0, +1},   // E6
-    {0, -1, +1},   // E7
-    {0, +1, +1},   // E8
-    {-1, 0, -1},   // E9
-    {+1, 0, -1},   // E10
-    {0, -1, -1},   // E11
-    {0, +1, -1},   // E12
-    {-1, -1, +1},  // C1
-    {-1, -1, -1},  // C2
-    {+1, -1, +1},  // C3
-    {+1, -1, -1},  // C4
-    {-1, +1, +1},  // C5
-    {-1, +1, -1},  // C6
-    {+1, +1, +1},  // C7
-    {+1, +1, -1},  // C8
+    {0, 0, +1},   {0, 0, -1},   {-1, 0, 0},   {+1, 0, 0},   {0, -1, 0},  {0, +1, 0},   //
+    {-1, -1, 0},  {+1, -1, 0},  {-1, +1, 0},  {+1, +1, 0},  {-1, 0, +1}, {+1, 0, +1},  //
+    {0, -1, +1},  {0, +1, +1},  {-1, 0, -1},  {+1, 0, -1},  {0, -1, -1}, {0, +1, -1},  //
+    {-1, -1, +1}, {-1, -1, -1}, {+1, -1, +1}, {+1, -1, -1},                            //
+    {-1, +1, +1}, {-1, +1, -1}, {+1, +1, +1}, {+1, +1, -1},
 };
 
-inline constexpr int mostNeighbours = 26;
+// Those of a stencil.
+inline std::span<const Offset> neighboursOf(diffusefilt::PipelineVariant variant) {
+    const bool minimal = variant.connectivity == diffusefilt::Connectivity::minimal;
+    if (variant.dimensions == 2) return std::span(planeOffsets).first(minimal ? 4 : 8);
+    return std::span(volumeOffsets).first(minimal ? 6 : 26);
+}
 
-// What the neighbours of one element pull with, indexed by the names above.
+// What the neighbours of one element pull with.
 template <class T>
 struct Pulls {
-    T difference[mostNeighbours];   // neighbour - centre
-    T conductance[mostNeighbours];  // 0 .. 1
-
-    // The flux of a neighbour as a product rounded by itself.
-    T operator()(int neighbour) const { return conductance[neighbour] * difference[neighbour]; }
+    T difference[26];   // neighbour - centre
+    T conductance[26];  // 0 .. 1
 };
 
 }  // namespace reference

@@ -3,7 +3,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <initializer_list>
+#include <cstdlib>
 #include <type_traits>
 
 namespace reference {
@@ -15,172 +15,73 @@ using diffusefilt::ElementType;
 using diffusefilt::InstructionSet;
 using diffusefilt::PipelineVariant;
 
-template <class T>
-constexpr T diagonalWeight = T(0.5);
+enum Column { none, avx, avx2, inLine };
 
-template <class T>
-constexpr T edgeWeight = T(0.5);
+// A term of an order: a flux, a group times its weight, or a sum, whose second factor is 1. Each
+// product and each sum is rounded; avx2 adds the product on the right of a + in one fused step.
+template <class T, bool fuses>
+struct Term {
+    T factors[2];
 
-// The square of the rounded 1 / sqrt(3) in double, one step above 1/3; in float it is a
-// constant one step below.
-template <class T>
-constexpr T cornerWeight = [] {
-    if constexpr (std::is_same_v<T, float>) {
-        return std::bit_cast<float>(uint32_t{0x3eaaaaaa});
-    } else {
-        return std::bit_cast<double>(uint64_t{0x3fd5555555555557});
+    T value() const { return factors[0] * factors[1]; }
+    Term operator+(Term right) const {
+        if (fuses) return {{std::fma(right.factors[0], right.factors[1], value()), T(1)}};
+        return {{value() + right.value(), T(1)}};
     }
-}();
+    friend Term operator*(T weight, Term group) { return {{group.value(), weight}}; }
+};
 
-// The fluxes added one at a time, each product and each sum rounded.
+// The square of the rounded 1 / sqrt(3) in double, one step above 1/3; in float it is a constant
+// one step below.
 template <class T>
-T chain(const Pulls<T>& P, std::initializer_list<int> neighbours) {
-    const int* next = neighbours.begin();
-    T sum = P(*next);
-    while (++next != neighbours.end()) sum = sum + P(*next);
-    return sum;
+constexpr T cornerWeight = T(std::is_same_v<T, float>
+                                 ? std::bit_cast<float>(uint32_t{0x3eaaaaaa})
+                                 : std::bit_cast<double>(uint64_t{0x3fd5555555555557}));
+
+template <class T, bool fuses>
+T sumOf(int dimensions, bool minimal, Column column, const Pulls<T>& pulls) {
+    const auto order = [&]() -> Term<T, fuses> {
+        Term<T, fuses> terms[26];
+        for (int i = 0; i < 26; ++i) {
+            terms[i] = {{pulls.difference[i], pulls.conductance[i]}};
+        }
+        const auto &N = terms[0], &S = terms[1], &W = terms[2], &E = terms[3];
+        const auto &NW = terms[4], &NE = terms[5], &SW = terms[6], &SE = terms[7];
+        const auto& [F1, F2, F3, F4, F5, F6, E1, E2, E3, E4, E5, E6, E7, E8, E9, E10, E11, E12, C1,
+                     C2, C3, C4, C5, C6, C7, C8] = terms;
+        constexpr T h = 0.5, e = 0.5, w = cornerWeight<T>;
+#define minimal2(set) \
+    if (dimensions == 2 && minimal && column == set) return
+#define maximal2(set) \
+    if (dimensions == 2 && !minimal && column == set) return
+#define minimal3(set) \
+    if (dimensions == 3 && minimal && column == set) return
+#define maximal3(set) \
+    if (dimensions == 3 && !minimal && column == set) return
+#include "orders.txt"
+        std::abort();
+    };
+    return order().value();
 }
 
-// The same with every flux but the first fused into the sum.
-template <class T>
-T fusedChain(const Pulls<T>& P, std::initializer_list<int> neighbours) {
-    const int* next = neighbours.begin();
-    T sum = P(*next);
-    while (++next != neighbours.end()) {
-        sum = std::fma(P.difference[*next], P.conductance[*next], sum);
-    }
-    return sum;
-}
-
-// none: chains; the flux of `north` (F5 in volumes) comes last of all.
-
-template <class T>
-T minimal2None(const Pulls<T>& P) {
-    return ((P(south) + P(east)) + P(west)) + P(north);
-}
-
-template <class T>
-T maximal2None(const Pulls<T>& P) {
-    const T axial = (P(south) + P(east)) + P(west);
-    const T diagonal = ((P(southEast) + P(northEast)) + P(northWest)) + P(southWest);
-    return (axial + diagonalWeight<T> * diagonal) + P(north);
-}
-
-template <class T>
-T minimal3None(const Pulls<T>& P) {
-    return chain(P, {F6, F4, F3, F2, F1, F5});
-}
-
-template <class T>
-T maximal3None(const Pulls<T>& P) {
-    const T faces = chain(P, {F6, F4, F3, F2, F1});
-    const T edges = chain(P, {E12, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1, E11});
-    const T corners = chain(P, {C8, C6, C5, C4, C3, C2, C1, C7});
-    return ((faces + edgeWeight<T> * edges) + cornerWeight<T> * corners) + P(F5);
-}
-
-// avx: trees.
-
-template <class T>
-T minimal2Avx(const Pulls<T>& P) {
-    return (P(north) + P(south)) + (P(east) + P(west));
-}
-
-template <class T>
-T maximal2Avx(const Pulls<T>& P) {
-    const T axial = (P(north) + P(south)) + (P(east) + P(west));
-    const T diagonal = (P(southWest) + P(southEast)) + (P(northEast) + P(northWest));
-    return diagonal * diagonalWeight<T> + axial;
-}
-
-template <class T>
-T minimal3Avx(const Pulls<T>& P) {
-    return (P(F1) + P(F2)) + ((P(F3) + P(F4)) + (P(F5) + P(F6)));
-}
-
-template <class T>
-T maximal3Avx(const Pulls<T>& P) {
-    const T faces = (P(F1) + P(F2)) + ((P(F3) + P(F4)) + (P(F5) + P(F6)));
-    const T edges = P(E1) + ((P(E2) + (P(E3) + (P(E4) + P(E5)))) +
-                             ((P(E6) + (P(E7) + P(E8))) + ((P(E9) + P(E10)) + (P(E11) + P(E12)))));
-    const T corners = P(C1) + ((P(C2) + (P(C3) + P(C4))) + ((P(C5) + P(C6)) + (P(C7) + P(C8))));
-    return (faces + cornerWeight<T> * corners) + edgeWeight<T> * edges;
-}
-
-// avx2: fused chains, the weights fused too.
-
-template <class T>
-T minimal2Avx2(const Pulls<T>& P) {
-    return fusedChain(P, {south, north, east, west});
-}
-
-template <class T>
-T maximal2Avx2(const Pulls<T>& P) {
-    const T axial = fusedChain(P, {south, north, east, west});
-    const T diagonal = fusedChain(P, {southEast, southWest, northEast, northWest});
-    return std::fma(diagonal, diagonalWeight<T>, axial);
-}
-
-template <class T>
-T minimal3Avx2(const Pulls<T>& P) {
-    return fusedChain(P, {F6, F5, F4, F3, F2, F1});
-}
-
-template <class T>
-T maximal3Avx2(const Pulls<T>& P) {
-    const T faces = fusedChain(P, {F6, F5, F4, F3, F2, F1});
-    const T edges = fusedChain(P, {E12, E11, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1});
-    const T corners = fusedChain(P, {C8, C7, C6, C5, C4, C3, C2, C1});
-    return std::fma(corners, cornerWeight<T>, std::fma(edges, edgeWeight<T>, faces));
-}
-
-// The in-line path of the exponential float32 pipelines of none and avx: chains of its
-// own, with no flux held back.
-
-template <class T>
-T minimal2InLine(const Pulls<T>& P) {
-    return ((P(north) + P(south)) + P(east)) + P(west);
-}
-
-template <class T>
-T maximal2InLine(const Pulls<T>& P) {
-    const T axial = ((P(north) + P(south)) + P(east)) + P(west);
-    const T diagonal = ((P(southEast) + P(southWest)) + P(northEast)) + P(northWest);
-    return diagonal * diagonalWeight<T> + axial;
-}
-
-template <class T>
-T minimal3InLine(const Pulls<T>& P) {
-    return chain(P, {F5, F6, F4, F3, F2, F1});
-}
-
-template <class T>
-T maximal3InLine(const Pulls<T>& P) {
-    const T faces = chain(P, {F5, F6, F4, F3, F2, F1});
-    const T edges = chain(P, {E11, E12, E10, E9, E8, E7, E6, E5, E4, E3, E2, E1});
-    const T corners = chain(P, {C8, C7, C6, C5, C4, C3, C2, C1});
-    return (edges * edgeWeight<T> + faces) + corners * cornerWeight<T>;
+// The instruction set decides, but in line the pipelines with an exponential of their own have
+// orders of their own.
+Column columnOf(PipelineVariant variant, bool isInLine) {
+    if (variant.instructionSet == InstructionSet::avx2) return avx2;
+    const bool isApart = variant.conduction == Conduction::exponential &&
+                         variant.elementType == ElementType::float32;
+    if (isInLine && isApart) return inLine;
+    return variant.instructionSet == InstructionSet::avx ? avx : none;
 }
 
 }  // namespace
 
 template <class T>
-T weightedSum(PipelineVariant variant, bool inLine, const Pulls<T>& pulls) {
-    using Sum = T (*)(const Pulls<T>&);
-    const struct {
-        Sum none, avx, avx2, inLine;
-    } sums[] = {{minimal2None, minimal2Avx, minimal2Avx2, minimal2InLine},
-                {maximal2None, maximal2Avx, maximal2Avx2, maximal2InLine},
-                {minimal3None, minimal3Avx, minimal3Avx2, minimal3InLine},
-                {maximal3None, maximal3Avx, maximal3Avx2, maximal3InLine}};
-    const auto& ofShape = sums[2 * (variant.dimensions - 2) +
-                               (variant.connectivity == Connectivity::maximal ? 1 : 0)];
-    const bool hasInLineOrder = variant.conduction == Conduction::exponential &&
-                                variant.elementType == ElementType::float32 &&
-                                variant.instructionSet != InstructionSet::avx2;
-    if (inLine && hasInLineOrder) return ofShape.inLine(pulls);
-    if (variant.instructionSet == InstructionSet::none) return ofShape.none(pulls);
-    return variant.instructionSet == InstructionSet::avx ? ofShape.avx(pulls) : ofShape.avx2(pulls);
+T weightedSum(PipelineVariant variant, bool isInLine, const Pulls<T>& pulls) {
+    const Column column = columnOf(variant, isInLine);
+    const bool minimal = variant.connectivity == Connectivity::minimal;
+    return column == avx2 ? sumOf<T, true>(variant.dimensions, minimal, column, pulls)
+                          : sumOf<T, false>(variant.dimensions, minimal, column, pulls);
 }
 
 template float weightedSum(PipelineVariant, bool, const Pulls<float>&);

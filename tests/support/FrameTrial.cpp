@@ -6,22 +6,14 @@
 #include <cstring>
 #include <limits>
 
-#include "reference/Reference.h"
-#include "support/Bits.h"
-#include "support/HalideBuffer.h"
-#include "support/RandomCall.h"
-
 // Called from the runtime, whose code no memory sanitizer sees.
 #if defined(__has_feature)
 #if __has_feature(memory_sanitizer)
-#include <sanitizer/msan_interface.h>
 #define CALLED_FROM_RUNTIME __attribute__((no_sanitize("memory")))
-#define POISON(memory, bytes) __msan_poison(memory, bytes)
 #endif
 #endif
 #ifndef CALLED_FROM_RUNTIME
 #define CALLED_FROM_RUNTIME
-#define POISON(memory, bytes)
 #endif
 
 namespace support {
@@ -29,8 +21,7 @@ namespace {
 
 using diffusefilt::PipelineVariant;
 
-constexpr int32_t longest = 4096;  // extent that a trial filters
-constexpr int64_t mostElements = 1 << 12;
+constexpr int64_t mostElements = 1 << 12;  // that a trial filters
 
 char messages[256];
 
@@ -59,20 +50,17 @@ Shape shapeOf(int dimensions, const halide_dimension_t* dim) {
     return shape;
 }
 
-int64_t elementsOf(const Shape& shape) {
-    int64_t product = 1;
-    for (const int32_t extent : shape.extent) product *= std::min(extent, longest + 1);
-    return product;
-}
-
 // Whether the trial has memory for the shape, and its coordinates do not wrap.
 bool canBeFiltered(const Shape& shape) {
+    int64_t elements = 1;
     for (int d = 0; d < shape.dimensions; ++d) {
         const int64_t end = int64_t{shape.min[d]} + shape.extent[d];
-        if (shape.extent[d] > longest || end >= std::numeric_limits<int32_t>::max()) return false;
+        if (shape.extent[d] > mostElements || end >= std::numeric_limits<int32_t>::max())
+            return false;
         if (shape.min[d] == std::numeric_limits<int32_t>::min()) return false;
+        elements *= shape.extent[d];
     }
-    return elementsOf(shape) <= mostElements && spanOf(shape).count <= 2 * mostElements;
+    return elements <= mostElements && spanOf(shape).count <= 2 * mostElements;
 }
 
 bool hasSeparateElements(const Shape& shape) {
@@ -221,55 +209,26 @@ const char* FrameTrial::run(const Pipeline& pipeline, const uint8_t* bytes, std:
     return nullptr;
 }
 
-// Gives the input no more memory than the call needs, and compares with the reference.
 template <class T>
 const char* FrameTrial::filter(const Pipeline& pipeline, bool throughVector, double gradTIn,
                                const FrameOutcome& outcome, Placement placement) {
-    const int n = pipeline.variant.dimensions;
-    const Shape whole = shapeOf(n, input_.dim);
-    const Shape to = shapeOf(n, output_.dim);
-    Shape needed = whole;
-    int64_t first = 0;
-    for (int d = 0; d < n; ++d) {
-        needed.min[d] = outcome.input[d].first;
-        needed.extent[d] = outcome.input[d].last - outcome.input[d].first + 1;
-        first += (int64_t{needed.min[d]} - whole.min[d]) * whole.stride[d];
-    }
-    if (!canBeFiltered(needed) || !canBeFiltered(to)) return nullptr;
-    const Span span = spanOf(needed);
-    input_.elements.makeWritable();
-    T* const lowest = input_.elements.place<T>(std::size_t(span.count), placement);
-    std::fill_n(lowest, span.count, std::numeric_limits<T>::quiet_NaN());
-    POISON(lowest, std::size_t(span.count) * sizeof(T));
-    for (int64_t i = 0; i < elementsOf(needed); ++i) {
-        const int64_t x = i % needed.extent[0];
-        const int64_t y = i / needed.extent[0] % needed.extent[1];
-        const int64_t z = i / needed.extent[0] / needed.extent[1];
-        const int64_t at = x + y * needed.stride[1] + z * needed.stride[2] - span.lowest;
-        lowest[at] = static_cast<T>(at * at % 61);
-    }
-    input_.elements.makeReadOnly();
-    // The element at the min coordinates may lie outside of the memory.
-    const auto address = reinterpret_cast<uintptr_t>(lowest) -
-                         static_cast<uintptr_t>(span.lowest + first) * sizeof(T);
-    const int64_t places = spanOf(to).count;
-    T* const found = output_.elements.place<T>(std::size_t(places), placement);
-    T* const expected = expected_.place<T>(std::size_t(places), placement);
-    std::fill_n(found, places, T(-6328.7212));
-    std::fill_n(expected, places, T(-6328.7212));
-    input_.buffer->host = reinterpret_cast<uint8_t*>(address);
-    output_.buffer->host = reinterpret_cast<uint8_t*>(viewOf(to, found).host);
-
+    RandomCall trial = {};
+    trial.input = shapeOf(pipeline.variant.dimensions, input_.dim);
+    trial.output = shapeOf(pipeline.variant.dimensions, output_.dim);
+    trial.gradTIn = gradTIn;
+    trial.content = Content::noise;
+    trial.inputPlacement = trial.outputPlacement = placement;
+    if (!canBeFiltered(trial.output) || !hasSeparateElements(trial.output)) return nullptr;
+    if (!canBeFiltered(neededOf(trial))) return nullptr;
     ++filtered_;
-    if (call(pipeline, throughVector, input_.buffer, gradTIn, output_.buffer, outcome) != 0) {
-        return "the status of a call that filters";
-    }
-    if (messages[0] != '\0') return "a call that filters has a message";
-    if (!hasSeparateElements(to)) return nullptr;
-    reference::View<const T> from = viewOf<const T>(whole, found);
-    from.host = reinterpret_cast<const T*>(address);
-    reference::filter(pipeline.variant, from, gradTIn, viewOf(to, expected));
-    return std::equal(found, found + places, expected, sameBits<T>) ? nullptr : "the elements";
+    const auto enter = [&](const auto& from, const auto& to) {
+        input_.buffer->host = reinterpret_cast<uint8_t*>(const_cast<T*>(from.host));
+        output_.buffer->host = reinterpret_cast<uint8_t*>(to.host);
+        const int status =
+            call(pipeline, throughVector, input_.buffer, gradTIn, output_.buffer, outcome);
+        return messages[0] != '\0' ? 1 : status;
+    };
+    return comparison_.run<T>(pipeline.variant, trial, enter);
 }
 
 }  // namespace support

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "support/Comparison.h"
 #include "support/FrameModel.h"
-#include "support/GuardedBuffer.h"
 #include "support/Pipelines.h"
 
 namespace support {
@@ -28,11 +28,10 @@ public:
     int64_t answered() const { return answered_; }
 
 private:
-    // A record, its dimensions and its elements, each beside a guard page.
+    // A record and its dimensions, each beside a guard page.
     struct Record {
         GuardedBuffer memory{1};
         GuardedBuffer dimMemory{1};
-        GuardedBuffer elements{std::size_t{1} << 16};
         halide_buffer_t* buffer;
         halide_dimension_t* dim;
     };
@@ -48,7 +47,7 @@ private:
 
     Record input_;
     Record output_;
-    GuardedBuffer expected_{std::size_t{1} << 16};
+    Comparison comparison_{std::size_t{1} << 18};
     halide_error_handler_t previousHandler_;
     halide_do_par_for_t previousLoop_;
     int64_t filtered_ = 0;

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "reference/Neighbours.h"
 #include "support/Pipelines.h"
 
 namespace support {
@@ -21,7 +22,7 @@ protected:
     bool planar() const { return variant().dimensions == 2; }
     bool minimal() const { return variant().connectivity == diffusefilt::Connectivity::minimal; }
     bool narrow() const { return variant().elementType == diffusefilt::ElementType::float32; }
-    int neighbours() const { return neighboursOf(variant()); }
+    int neighbours() const { return int(reference::neighboursOf(variant()).size()); }
 
     // Calls body(T{}) with the pipeline's element type T.
     template <class Body>

@@ -24,12 +24,6 @@ const std::vector<Pipeline>& pipelines();
 // Null where the table has no such pipeline.
 const Pipeline* findPipeline(std::string_view name);
 
-// Of an element.
-constexpr int neighboursOf(diffusefilt::PipelineVariant variant) {
-    const bool minimal = variant.connectivity == diffusefilt::Connectivity::minimal;
-    return variant.dimensions == 2 ? (minimal ? 4 : 8) : (minimal ? 6 : 26);
-}
-
 bool processorRuns(diffusefilt::InstructionSet instructionSet);
 
 // What a parameterised test prints of a pipeline.

@@ -142,14 +142,6 @@ T oddValue(RandomNumbers& random) {
     return static_cast<T>(random.oneOf(odd));
 }
 
-void describeShape(std::ostream& text, const char* name, const Shape& shape) {
-    text << name;
-    for (int d = 0; d < shape.dimensions; ++d) {
-        text << " [" << shape.min[d] << " +" << shape.extent[d] << " stride " << shape.stride[d]
-             << "]";
-    }
-}
-
 }  // namespace
 
 Span spanOf(const Shape& shape) {
@@ -161,6 +153,19 @@ Span spanOf(const Shape& shape) {
         (reach < 0 ? lowest : highest) += reach;
     }
     return {lowest, highest - lowest + 1};
+}
+
+Shape neededOf(const RandomCall& call) {
+    Shape needed = call.input;
+    for (int d = 0; d < needed.dimensions; ++d) {
+        const auto clamped = [&](int64_t v) {
+            return int32_t(std::clamp(v, int64_t{0}, int64_t{call.input.extent[d]} - 1));
+        };
+        const int64_t first = call.output.min[d];
+        needed.min[d] = clamped(first - 1);
+        needed.extent[d] = clamped(first + call.output.extent[d]) - needed.min[d] + 1;
+    }
+    return needed;
 }
 
 RandomCall makeRandomCall(uint64_t seed, int dimensions, int lanes) {
@@ -192,15 +197,16 @@ template void fillContent(const RandomCall&, float*, int64_t);
 template void fillContent(const RandomCall&, double*, int64_t);
 
 std::string describe(const RandomCall& call) {
-    static constexpr const char* contents[] = {"smooth",   "noise", "pulses",   "patches",
-                                               "integers", "huge",  "subnormal"};
     std::ostringstream text;
-    text << "seed 0x" << std::hex << call.seed << std::dec << (call.inLine ? ", in line: " : ": ");
-    describeShape(text, "input", call.input);
-    describeShape(text, ", output", call.output);
-    text << ", gradTIn " << std::setprecision(17) << call.gradTIn << ", "
-         << contents[static_cast<int>(call.content)] << " with " << call.oddPercent
-         << " % odd values";
+    for (const Shape* shape : {&call.input, &call.output}) {
+        text << (shape == &call.input ? "input" : ", output");
+        for (int d = 0; d < shape->dimensions; ++d) {
+            text << " [" << shape->min[d] << " +" << shape->extent[d] << " stride "
+                 << shape->stride[d] << "]";
+        }
+    }
+    text << ", gradTIn " << std::setprecision(17) << call.gradTIn
+         << (call.inLine ? ", in line" : "");
     return text.str();
 }
 

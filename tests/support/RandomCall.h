@@ -10,12 +10,7 @@
 
 namespace support {
 
-struct Shape {
-    int dimensions;
-    int32_t min[3];
-    int32_t extent[3];
-    int32_t stride[3];
-};
+using reference::Shape;
 
 // Where the elements of a shape lie: the lowest one, relative to the element at the min
 // coordinates, and the count of places from the lowest to the highest, gaps included.
@@ -28,13 +23,7 @@ Span spanOf(const Shape& shape);
 
 template <class T>
 reference::View<T> viewOf(const Shape& shape, T* lowest) {
-    reference::View<T> view = {lowest - spanOf(shape).lowest, shape.dimensions, {}, {}, {}};
-    for (int d = 0; d < shape.dimensions; ++d) {
-        view.min[d] = shape.min[d];
-        view.extent[d] = shape.extent[d];
-        view.stride[d] = shape.stride[d];
-    }
-    return view;
+    return {shape, lowest - spanOf(shape).lowest};
 }
 
 enum class Content { smooth, noise, pulses, patches, integers, huge, subnormal };
@@ -50,6 +39,9 @@ struct RandomCall {
     Placement inputPlacement;
     Placement outputPlacement;
 };
+
+// The part of the input that the call needs.
+Shape neededOf(const RandomCall& call);
 
 RandomCall makeRandomCall(uint64_t seed, int dimensions, int lanes);
 

@@ -1,4 +1,5 @@
-// A dense image or volume from coordinate 0, for tests that set single elements.
+// What a pipeline makes of an image of its own memory: a dense one from coordinate 0, whose
+// elements a test sets one by one, or that of a random call.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include "reference/Reference.h"
 #include "support/HalideBuffer.h"
 #include "support/Pipelines.h"
+#include "support/RandomCall.h"
 
 namespace support {
 
@@ -31,7 +33,7 @@ struct SmallImage {
 
     reference::View<T> view() {
         const auto [w, h, d] = extent;
-        return {elements.data(), dimensions, {0, 0, 0}, {w, h, d}, {1, w, w * h}};
+        return {{dimensions, {0, 0, 0}, {w, h, d}, {1, w, w * h}}, elements.data()};
     }
 };
 
@@ -41,6 +43,18 @@ SmallImage<T> filtered(const Pipeline& pipeline, SmallImage<T> image, double gra
     SmallImage<T> result = image;
     EXPECT_EQ(pipeline.entry(HalideBuffer(image.view()), gradTIn, HalideBuffer(result.view())), 0);
     return result;
+}
+
+// The memory of the call's output, with zeros between the elements.
+template <class T>
+std::vector<T> outputOf(const Pipeline& pipeline, const RandomCall& call) {
+    std::vector<T> input(static_cast<std::size_t>(spanOf(call.input).count));
+    std::vector<T> output(static_cast<std::size_t>(spanOf(call.output).count));
+    fillContent(call, input.data(), std::ssize(input));
+    const auto from = viewOf<const T>(call.input, input.data());
+    const auto to = viewOf(call.output, output.data());
+    EXPECT_EQ(pipeline.entry(HalideBuffer(from), call.gradTIn, HalideBuffer(to)), 0);
+    return output;
 }
 
 }  // namespace support
