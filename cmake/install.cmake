@@ -37,7 +37,7 @@ configure_file(${package_folder}/diffusefilt_halide.pc.in diffusefilt_halide.pc 
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/diffusefilt_halide.pc
   DESTINATION ${package_pkgconfigdir} COMPONENT development)
 
-# The Python modules, where Debian's interpreter looks under the prefixes /usr/local and /usr. It
+# The Python package, where Debian's interpreter looks under the prefixes /usr/local and /usr. It
 # is the one with NumPy and Dask; another may stand first on the PATH.
 if(DIFFUSEFILT_BUILD_HOSTS)
   if(EXISTS /usr/bin/python3)
@@ -49,10 +49,10 @@ if(DIFFUSEFILT_BUILD_HOSTS)
     set(python_version 3)
   endif()
   set(DIFFUSEFILT_PYTHON_DIR lib/python${python_version}/dist-packages
-    CACHE STRING "Where the Python modules are installed, below the prefix")
-  install(FILES
-    hosts/python/diffusefilt.py hosts/python/diffusefilt_dask.py hosts/python/diffusefilt_library.py
-    DESTINATION ${DIFFUSEFILT_PYTHON_DIR} COMPONENT python)
+    CACHE STRING "Where the Python package is installed, below the prefix")
+  install(DIRECTORY hosts/python/diffusefilt
+    DESTINATION ${DIFFUSEFILT_PYTHON_DIR} COMPONENT python
+    FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" PATTERN "__pycache__" EXCLUDE)
 endif()
 
 include(cmake/package/debian.cmake)

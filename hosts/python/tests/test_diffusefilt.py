@@ -15,11 +15,11 @@ from unittest import mock
 import numpy as np
 
 import diffusefilt
-import diffusefilt_library
+from diffusefilt import _library
 
-HERE = pathlib.Path(__file__).resolve().parent
-README = HERE.parent.parent / "README.md"
-SETS = diffusefilt_library.INSTRUCTION_SETS
+PACKAGE = pathlib.Path(diffusefilt.__file__).resolve().parent
+README = PACKAGE.parents[2] / "README.md"
+SETS = _library.INSTRUCTION_SETS
 HERE_SETS = SETS[:SETS.index(diffusefilt.best_instruction_set()) + 1]
 
 
@@ -93,7 +93,7 @@ class Steps(unittest.TestCase):
         copied = [big.T, big[:, :, ::-1], big[0, :, ::2], packed]
         for view in views + copied:
             expected = diffusefilt.step(np.array(view, order="C"), 20)
-            with mock.patch("diffusefilt.call", wraps=diffusefilt.call) as call:
+            with mock.patch("diffusefilt._steps.call", wraps=_library.call) as call:
                 np.testing.assert_array_equal(diffusefilt.step(view, 20), expected)
             in_place = call.call_args.args[1].host == view.ctypes.data
             self.assertEqual(in_place, any(view is v for v in views), view.strides)
@@ -137,7 +137,7 @@ class Refusals(unittest.TestCase):
             (ValueError, "3 .. 8 of 9 are not",
              lambda: diffusefilt.step_slab(image, 1, first=3, extent=9, start=3, stop=5)),
         ]
-        with mock.patch("diffusefilt_library._best", "none"):
+        with mock.patch("diffusefilt._library._best", "none"):
             with self.assertRaisesRegex(ValueError, "cannot run the avx pipelines"):
                 step(image, 1, instruction_set="avx")
         for kind, words, call in table:
@@ -154,7 +154,7 @@ class Refusals(unittest.TestCase):
                                  instruction_set="none")
             return caught.exception
 
-        library = diffusefilt_library._library
+        library = _library._library
 
         class Interleaved:  # another thread's call fails before this one's words are read
             def __getattr__(self, pipeline):
@@ -167,13 +167,13 @@ class Refusals(unittest.TestCase):
                     return status
                 return entry
 
-        with mock.patch("diffusefilt_library._library", Interleaved()):
+        with mock.patch("diffusefilt._library._library", Interleaved()):
             error = narrow(3)
         self.assertEqual(error.status, -4)
         self.assertEqual(str(error), (
             "diffusefilt2_minimal_quadratic_float64_none failed with status -4: Output buffer "
             "diffusefilt2 is accessed at 2, which is before the min (3) in dimension 0"))
-        with mock.patch("diffusefilt_library._handler_found") as found:
+        with mock.patch("diffusefilt._library._handler_found") as found:
             entry = ctypes.CDLL(diffusefilt.LIBRARY).diffusefilt2_minimal_quadratic_float32_none
             self.assertEqual(entry(None, ctypes.c_double(1), None), -12)
         found.assert_called_once()
@@ -207,14 +207,13 @@ class Surroundings(unittest.TestCase):
 
             copy = pathlib.Path(folder, "lib", "python3", "dist-packages")
             copy.mkdir(parents=True)
-            for name in ("diffusefilt.py", "diffusefilt_library.py"):
-                shutil.copy(HERE / name, copy)
+            shutil.copytree(PACKAGE, copy / "diffusefilt")
             self.assertRegex(imported(copy), "ImportError: .*DIFFUSEFILT_LIBRARY")
             self.assertRegex(imported(copy, DIFFUSEFILT_LIBRARY="/none.so"), "ImportError: .*none")
             self.assertEqual(imported(copy, DIFFUSEFILT_LIBRARY=library), library)
             linked = imported(copy, LD_LIBRARY_PATH=os.path.dirname(library))
             self.assertEqual(linked, "libdiffusefilt_halide.so")
-            for place in (copy.parent.parent, copy):  # the later before the earlier
+            for place in (copy.parent.parent, copy / "diffusefilt"):  # the later before the earlier
                 place = place / "libdiffusefilt_halide.so"
                 os.symlink(library, place)
                 self.assertEqual(imported(copy), str(place))

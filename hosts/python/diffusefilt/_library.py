@@ -52,11 +52,11 @@ HALIDE_TYPE_FLOAT = 2
 def _candidates() -> list[pathlib.Path]:
     here = pathlib.Path(__file__).resolve().parent
     folders = [here]
-    lib = here.parent.parent
-    if lib.name == "lib":  # PREFIX/lib/python3/dist-packages
+    lib = here.parents[2]
+    if lib.name == "lib":  # PREFIX/lib/python3/dist-packages/diffusefilt
         folders += [lib, lib / (sysconfig.get_config_var("MULTIARCH") or "."), lib.parent / "lib64"]
-    if here.parts[-2:] == ("hosts", "python"):
-        builds = here.parent.parent / "build"
+    if here.parts[-3:] == ("hosts", "python", "diffusefilt"):
+        builds = here.parents[2] / "build"
         folders += [builds / preset for preset in ("release", "bench", "package", "debug")]
     return [folder / FILE_NAME for folder in folders]
 

@@ -1,33 +1,5 @@
-"""Anisotropic diffusion (Perona and Malik, 1990) of NumPy arrays by libdiffusefilt_halide.
-
-    import diffusefilt
-    smooth = diffusefilt.iterate(noisy, threshold=30, iterations=4)
-
-Arrays have the shape (rows, columns) or (planes, rows, columns) and hold float32 or float64, in
-which all arithmetic is done; they are never converted. The last axis is dimension 0 of the
-library. Memory is handed over as it is where the elements of the last axis are adjacent: in C
-order, and with gaps or in reversed order along the other axes; memory that may only be read, such
-as a memory map, serves as an image. Any other image is copied first; an `out` of that kind is
-refused.
-
-`threshold` is the gradient threshold K, in the units of the elements: differences well below it
-are smoothed, differences well above it kept. It must be positive; infinity is linear diffusion.
-A NaN in an image spreads to the elements that read it. An empty image gives an empty result.
-
-`connectivity` is "minimal" (4 neighbours in 2-D, 6 in 3-D) or "maximal" (8 and 26). `conduction`,
-the conductance of a difference d, is "quadratic", 1 / (1 + (d / K)^2), or "exponential",
-exp(-(d / K)^2). `instruction_set` is "none", "avx", "avx2" or "auto", the best that this processor
-can run; results differ between the sets by rounding.
-
-TypeError: something else than an array of float32 or float64. ValueError: any other argument out
-of its range. Error: what the library itself refuses, in its words. Calls release the interpreter's
-lock and may run at once in any threads.
-
-The library is looked for at import, in this order: the path in the environment variable
-DIFFUSEFILT_LIBRARY; beside this module; in the library folders of the prefix that this module is
-installed under; in build/release, build/bench, build/package and build/debug of the source tree
-that it stands in; where the dynamic linker looks. ImportError if it is not found.
-"""
+"""The exact layer: one step, several, and one on a slab. Hosts import diffusefilt, which tells what
+is common to all of it."""
 from __future__ import annotations
 
 import math
@@ -36,11 +8,8 @@ from typing import Any, Callable, Literal, Optional, Tuple, Union
 
 import numpy
 
-from diffusefilt_library import (HALIDE_TYPE_FLOAT, LIBRARY, Error, best_instruction_set, call,
-                                 halide_buffer_t, halide_dimension_t, halide_type_t,
-                                 require_one_of, resolve_instruction_set)
-
-__all__ = ["Error", "LIBRARY", "best_instruction_set", "iterate", "step", "step_slab"]
+from diffusefilt._library import (HALIDE_TYPE_FLOAT, call, halide_buffer_t, halide_dimension_t,
+                                  halide_type_t, require_one_of, resolve_instruction_set)
 
 Array = numpy.ndarray
 Connectivity = Literal["minimal", "maximal"]
