@@ -2,76 +2,131 @@
 is common to all of it."""
 from __future__ import annotations
 
+import ctypes
+import functools
 import math
 import operator
-from typing import Any, Callable, Literal, Optional, Tuple, Union
+from typing import Any, Callable, Literal, Optional, Sequence, Tuple, Union
 
 import numpy
+import numpy.typing
 
-from diffusefilt._library import (HALIDE_TYPE_FLOAT, call, halide_buffer_t, halide_dimension_t,
-                                  halide_type_t, require_one_of, resolve_instruction_set)
+from diffusefilt._library import (call, halide_buffer_t, halide_dimension_t, halide_type_t,
+                                  require_one_of, resolve_instruction_set)
 
-Array = numpy.ndarray
+Array = numpy.typing.NDArray[Any]
 Connectivity = Literal["minimal", "maximal"]
 Conduction = Literal["quadratic", "exponential"]
 InstructionSet = Literal["auto", "none", "avx", "avx2"]
 Region = Union[slice, Tuple[slice, ...]]
+Progress = Callable[[int, int], Any]
 _Shape = Tuple[int, ...]
 
 _LARGEST = 2**31 - 1  # of a coordinate, an extent or a stride
+_ORIGIN = {n: (0,) * n for n in (2, 3)}
+# By kind and size of a dtype: the codes of HalideRuntime.h for integers, unsigned and floats.
+_TYPES = {(kind, size): halide_type_t(code, 8 * size, 1)
+          for code, kind in enumerate("iuf") for size in (1, 2, 4, 8)}
 
 
 def step(image: Array, threshold: float, connectivity: Connectivity = "minimal",
          conduction: Conduction = "quadratic", instruction_set: InstructionSet = "auto", *,
          region: Optional[Region] = None, out: Optional[Array] = None) -> Array:
-    """One explicit step: the filtered image, of the dtype of `image`, which is only read.
+    """One explicit step of diffusion.
 
-    image: (rows, columns) or (planes, rows, columns) of float32 or float64.
-    threshold: gradient threshold K > 0, in the units of `image`.
-    region: slices of `image` that name the part to compute, like numpy.s_[10:20, :, 64:128]; the
-        whole by default. It has the bits that it has in the whole. Where a row of `image` is
-        longer than a vector (16 bytes in "none", 32 in the other sets), a row of the region must
-        be at least a vector long.
-    out: takes the result, in the shape of the region and in memory of its own; by default a new
+    Parameters
+    ----------
+    image : numpy.ndarray
+        (rows, columns) or (planes, rows, columns) of float32 or float64. Only read.
+    threshold : float
+        Gradient threshold K > 0, in the units of `image`.
+    connectivity, conduction, instruction_set
+        See the package.
+    region : slice or tuple of slices, optional
+        The part of `image` to compute, like ``numpy.s_[10:20, :, 64:128]``; the whole by default.
+        It has the bits that it has in the whole. Where a row of `image` is longer than a vector
+        (16 bytes in "none", 32 in the other sets), a row of the region must be at least a vector
+        long.
+    out : numpy.ndarray, optional
+        Takes the result, in the shape of the region and in memory of its own; by default a new
         array in C order. Returned in either case.
 
-    The other arguments and the errors: see the module.
+    Returns
+    -------
+    numpy.ndarray
+        Of the dtype of `image`.
+
+    Raises
+    ------
+    TypeError, ValueError, Error
+        See the package.
+
+    Examples
+    --------
+    Differences well below the threshold are smoothed, those well above it kept:
+
+    >>> import numpy
+    >>> image = numpy.array([[0., 0., 1.], [0., 0., 1.]])
+    >>> step(image, threshold=100).round(2)
+    array([[0.  , 0.25, 0.75],
+           [0.  , 0.25, 0.75]])
+    >>> step(image, threshold=0.01).round(2)
+    array([[0., 0., 1.],
+           [0., 0., 1.]])
     """
     pipeline = pipeline_name(image, threshold, connectivity, conduction, instruction_set)
-    mins, extents = _region_shape(region, image.shape)
+    mins, extents = (_ORIGIN[image.ndim], image.shape) if region is None else (
+        _region_shape(region, image.shape))
     out = _target(image, extents, out)
-    _filter(pipeline, image, (0,) * image.ndim, image.shape, threshold, out, mins)
+    _filter(pipeline, image, _ORIGIN[image.ndim], image.shape, threshold, out, mins)
     return out
 
 
 def iterate(image: Array, threshold: float, iterations: int,
             connectivity: Connectivity = "minimal", conduction: Conduction = "quadratic",
             instruction_set: InstructionSet = "auto", *, out: Optional[Array] = None,
-            progress: Optional[Callable[[int, int], Any]] = None) -> Array:
-    """`iterations` steps; 0 give a copy. Takes memory for two arrays besides `image`, of which
-    `out` is one.
+            progress: Optional[Progress] = None) -> Array:
+    """Several steps of diffusion. Takes memory for two arrays besides `image`, of which `out` is
+    one.
 
-    progress: called with (steps done, iterations) after each step. What it raises ends the work;
-        `out` then holds nothing of use.
+    Parameters
+    ----------
+    image, threshold, connectivity, conduction, instruction_set, out
+        As in step.
+    iterations : int
+        Number of steps; 0 give a copy.
+    progress : callable, optional
+        Called with (steps done, iterations) after each step. What it raises ends the work; `out`
+        then holds nothing of use.
 
-    Arguments, result and errors are otherwise those of step; ValueError for iterations < 0.
+    Returns
+    -------
+    numpy.ndarray
+        Of the dtype of `image`.
+
+    Raises
+    ------
+    ValueError
+        For iterations < 0, and as step.
+
+    Examples
+    --------
+    >>> import numpy
+    >>> noisy = numpy.random.default_rng(1).normal(100, 10, (40, 50))
+    >>> bool(iterate(noisy, 30, 4).std() < 4)
+    True
     """
     pipeline = pipeline_name(image, threshold, connectivity, conduction, instruction_set)
     iterations = operator.index(iterations)
     if iterations < 0:
         raise ValueError(f"iterations must not be negative, not {iterations}")
-    origin = (0,) * image.ndim
     out = _target(image, image.shape, out)
     if iterations == 0:
         out[...] = image
-    targets = [out, numpy.empty(image.shape, image.dtype) if iterations > 1 else None]
-    source = image
-    for done in range(1, iterations + 1):
-        target = targets[(iterations - done) % 2]
-        _filter(pipeline, source, origin, image.shape, threshold, target, origin)
-        source = target
-        if progress is not None:
-            progress(done, iterations)
+        return out
+    other = numpy.empty(image.shape, image.dtype) if iterations > 1 else out
+    repeat(pipeline, image, (out, other) if iterations % 2 else (other, out), threshold, iterations,
+           progress)
     return out
 
 
@@ -82,11 +137,26 @@ def step_slab(planes: Array, threshold: float, connectivity: Connectivity = "min
     """One explicit step on the planes start .. stop - 1 of a volume that is not in memory as a
     whole, or on rows of an image in 2-D. They have the bits that they have in the whole.
 
-    planes: the planes `first` .. first + len(planes) - 1 of the volume, each of them whole; at
-        least start - 1 .. stop, as far as the volume has them.
-    extent: number of planes of the volume.
+    Parameters
+    ----------
+    planes : numpy.ndarray
+        The planes `first` .. first + len(planes) - 1 of the volume, each of them whole; at least
+        start - 1 .. stop, as far as the volume has them.
+    extent : int
+        Number of planes of the volume.
 
-    Returns the planes start .. stop - 1. All else is as in step.
+    Returns
+    -------
+    numpy.ndarray
+        The planes start .. stop - 1. All else is as in step.
+
+    Examples
+    --------
+    >>> import numpy
+    >>> image = numpy.random.default_rng(1).normal(0, 1, (9, 20))
+    >>> slab = step_slab(image[2:7], 1, first=2, extent=9, start=3, stop=6)
+    >>> numpy.array_equal(slab, step(image, 1)[3:6])
+    True
     """
     pipeline = pipeline_name(planes, threshold, connectivity, conduction, instruction_set)
     first, extent, start, stop = map(operator.index, (first, extent, start, stop))
@@ -109,25 +179,39 @@ def pipeline_name(image: Array, threshold: float, connectivity: str, conduction:
     if not isinstance(image, numpy.ndarray) or isinstance(image, numpy.ma.MaskedArray):
         raise TypeError(f"an image must be a numpy.ndarray, not {type(image).__name__}")
     dtype = image.dtype
-    if dtype not in (numpy.float32, numpy.float64):
+    if dtype.char not in "fd" or not dtype.isnative:
         raise TypeError("an image must be of float32 or float64 in this machine's byte order, not "
                         f"{dtype.str} ({dtype})")
     if image.ndim not in (2, 3):
         raise ValueError(f"an image must have 2 or 3 dimensions, not {image.ndim}")
+    require_threshold(threshold, dtype.char)
+    return _pipeline_name(image.ndim, dtype.char, connectivity, conduction, instruction_set)
+
+
+def require_threshold(threshold: float, char: str) -> None:
+    """ValueError if it has no place in the arithmetic of the type `char`, "f" or "d"."""
+    narrow = ctypes.c_float if char == "f" else ctypes.c_double
+    try:
+        narrowed = narrow(threshold).value
+    except (TypeError, OverflowError):
+        raise TypeError(f"threshold must be a number, not {threshold!r}") from None
+    # Without a reciprocal, equal neighbours give 0 * infinity.
+    if not (narrowed > 0 and narrow(1 / narrowed).value < math.inf):
+        raise ValueError(f"threshold must be positive in {numpy.dtype(char)}, not {threshold}")
+
+
+@functools.lru_cache(maxsize=None)
+def _pipeline_name(dimensions: int, char: str, connectivity: str, conduction: str,
+                   instruction_set: str) -> str:
     require_one_of("connectivity", connectivity, ("minimal", "maximal"))
     require_one_of("conduction", conduction, ("quadratic", "exponential"))
-    with numpy.errstate(all="ignore"):
-        narrowed = dtype.type(threshold)
-        # Without a reciprocal, equal neighbours give 0 * infinity.
-        if not (narrowed > 0 and numpy.isfinite(dtype.type(1) / narrowed)):
-            raise ValueError(f"threshold must be positive in {dtype}, not {threshold}")
-    return (f"diffusefilt{image.ndim}_{connectivity}_{conduction}_{dtype}_"
+    return (f"diffusefilt{dimensions}_{connectivity}_{conduction}_{numpy.dtype(char)}_"
             f"{resolve_instruction_set(instruction_set)}")
 
 
-def _region_shape(region: Optional[Region], shape: _Shape) -> tuple[_Shape, _Shape]:
+def _region_shape(region: Region, shape: _Shape) -> Tuple[_Shape, _Shape]:
     """Its first coordinates and its extents."""
-    slices = () if region is None else region if isinstance(region, tuple) else (region,)
+    slices = region if isinstance(region, tuple) else (region,)
     if len(slices) > len(shape) or not all(isinstance(s, slice) for s in slices):
         raise ValueError(f"region must hold at most {len(shape)} slices, not {region!r}")
     slices += (slice(None),) * (len(shape) - len(slices))
@@ -140,45 +224,97 @@ def _region_shape(region: Optional[Region], shape: _Shape) -> tuple[_Shape, _Sha
 def _target(image: Array, shape: _Shape, out: Optional[Array]) -> Array:
     if out is None:
         return numpy.empty(shape, image.dtype)
-    if not isinstance(out, numpy.ndarray) or out.dtype != image.dtype:
-        raise TypeError(f"out must be an array of {image.dtype}, as the image is")
+    require_target(image, shape, out)
+    return out
+
+
+def require_target(image: Array, shape: _Shape, out: Array) -> None:
+    """TypeError or ValueError if `out` cannot take a result of this shape, whatever its strides."""
+    if (not isinstance(out, numpy.ndarray) or isinstance(out, numpy.ma.MaskedArray)
+            or out.dtype != image.dtype):
+        raise TypeError(f"out must be a numpy.ndarray of {image.dtype}, as the image is")
     if out.shape != shape:
         raise ValueError(f"out must have the shape {shape}, not {out.shape}")
     if not out.flags.writeable:
         raise ValueError("out must be writeable")
+    if not out.flags.forc and _may_overlap_itself(out):
+        raise ValueError("out must not overlap itself")
     if numpy.shares_memory(image, out):
         raise ValueError("out must not share memory with the image")
-    return out
+
+
+def _may_overlap_itself(array: Array) -> bool:
+    """False for every array that slices, reversals and transpositions make of one that does not."""
+    reach = array.itemsize
+    for stride, extent in sorted((abs(s), n) for s, n in zip(array.strides, array.shape) if n > 1):
+        if stride < reach:
+            return True
+        reach += stride * (extent - 1)
+    return False
+
+
+def repeat(pipeline: str, image: Array, targets: Sequence[Array], threshold: float,
+           iterations: int, progress: Optional[Progress]) -> None:
+    """Steps from `image` to the first target, on to the second, back to the first and so on. The
+    second may be `image`, if that may be written."""
+    origin, shape = _ORIGIN[image.ndim], image.shape
+    records = [_written(target, origin) for target in targets] if image.size else []
+    source, kept = readable(image, origin, shape) if image.size else (None, image)
+    for done in range(1, iterations + 1):
+        if source is not None:
+            target = records[(done - 1) % 2]
+            call(pipeline, source, threshold, target)
+            source = target
+        if progress is not None:
+            progress(done, iterations)
 
 
 def _filter(pipeline: str, image: Array, image_mins: _Shape, image_extents: _Shape,
             threshold: float, out: Array, out_mins: _Shape) -> None:
     """One call; coordinates from the slowest axis on, as in NumPy."""
-    if out.size == 0:
-        return
-    if max(*map(operator.add, image_mins, image_extents), math.prod(image.shape[1:])) > _LARGEST:
-        raise ValueError(f"an extent or a plane of the shape {image_extents} exceeds 32 bits")
-    written = _record(out, out_mins, out.shape)
-    if written is None:
+    if out.size != 0:
+        read, kept = readable(image, image_mins, image_extents)
+        call(pipeline, read, threshold, _written(out, out_mins))
+
+
+def readable(image: Array, mins: _Shape, extents: _Shape) -> Tuple[halide_buffer_t, Array]:
+    """The record, and the array that its memory belongs to, for the time of the call."""
+    if max(*extents, math.prod(image.shape[1:])) > _LARGEST:
+        raise ValueError(f"an extent or a plane of the shape {extents} exceeds 32 bits")
+    made = record(image, mins, extents)
+    if made is not None:
+        return made, image
+    image = image.copy(order="C")
+    made = record(image, mins, extents)
+    assert made is not None
+    return made, image
+
+
+def _written(out: Array, mins: _Shape) -> halide_buffer_t:
+    made = record(out, mins, out.shape)
+    if made is None:
         raise ValueError("out must have adjacent elements along the last axis and strides of "
                          "whole elements that fit 32 bits")
-    read = _record(image, image_mins, image_extents)
-    if read is None:
-        image = image.copy(order="C")  # the name keeps it for the time of the call
-        read = _record(image, image_mins, image_extents)
-    call(pipeline, read, float(threshold), written)
+    return made
 
 
-def _record(array: Array, mins: _Shape, extents: _Shape) -> Optional[halide_buffer_t]:
+def record(array: Array, mins: _Shape, extents: _Shape) -> Optional[halide_buffer_t]:
     """`array` as memory that begins at the coordinates `mins` of an image of these extents; None
     if a pipeline cannot walk through it."""
-    size = array.itemsize
-    # NumPy says nothing of use about the stride of an axis with one element.
-    strides = [s if n > 1 else size for s, n in zip(array.strides, array.shape)]
-    if (not array.flags.aligned or strides[-1] != size
-            or any(s % size or abs(s) // size > _LARGEST for s in strides)):
+    dimensions = _dimensions(mins, extents, array.shape, array.strides, array.itemsize)
+    if dimensions is None or not array.flags.aligned:
         return None
-    shape = [halide_dimension_t(m, e, s // size, 0) for m, e, s in zip(mins, extents, strides)]
-    return halide_buffer_t(host=array.ctypes.data, dimensions=array.ndim,
-                           type=halide_type_t(HALIDE_TYPE_FLOAT, 8 * size, 1),
-                           dim=(halide_dimension_t * array.ndim)(*reversed(shape)))
+    return halide_buffer_t(0, None, array.__array_interface__["data"][0], 0,
+                           _TYPES[array.dtype.kind, array.itemsize], array.ndim, dimensions)
+
+
+@functools.lru_cache(maxsize=64)
+def _dimensions(mins: _Shape, extents: _Shape, shape: _Shape, strides: _Shape,
+                size: int) -> Optional[Any]:
+    """As record has them, for any number of records: the library only reads them."""
+    # NumPy says nothing of use about the stride of an axis with one element.
+    strides = tuple(s if n > 1 else size for s, n in zip(strides, shape))
+    if strides[-1] != size or any(s % size or abs(s) // size > _LARGEST for s in strides):
+        return None
+    made = [halide_dimension_t(m, e, s // size, 0) for m, e, s in zip(mins, extents, strides)]
+    return (halide_dimension_t * len(made))(*reversed(made))
