@@ -17,7 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build" / "wheel"
 
 
-class Modules(build_py):
+class Modules(build_py):  # type: ignore[misc]
     """The modules and the shared objects."""
 
     def run(self) -> None:
@@ -33,12 +33,15 @@ class Modules(build_py):
             subprocess.run(["cmake", *step], cwd=ROOT, check=True)
 
 
+class Platform(setuptools.Distribution):  # type: ignore[misc]
+    """Not the same everywhere, though nothing is compiled by setuptools."""
+
+    def has_ext_modules(self) -> bool:
+        return True
+
+
 class Wheel(bdist_wheel):  # type: ignore[misc]
     """For any interpreter, which loads the shared objects by ctypes, on this platform."""
-
-    def finalize_options(self) -> None:
-        super().finalize_options()
-        self.root_is_pure = False
 
     def get_tag(self) -> Tuple[str, str, str]:
         return "py3", "none", super().get_tag()[2]
@@ -47,6 +50,6 @@ class Wheel(bdist_wheel):  # type: ignore[misc]
 if not (ROOT / "CMakePresets.json").is_file():
     raise SystemExit(f"setup.py must stand in the source tree that it builds, not in {ROOT}")
 (BUILD / "python").mkdir(parents=True, exist_ok=True)
-setuptools.setup(cmdclass={"build_py": Modules, "bdist_wheel": Wheel},
+setuptools.setup(distclass=Platform, cmdclass={"build_py": Modules, "bdist_wheel": Wheel},
                  options={"build": {"build_base": str(BUILD / "python")},
                           "egg_info": {"egg_base": str(BUILD / "python")}})

@@ -12,7 +12,7 @@ import numpy.typing
 from diffusefilt import _noise
 from diffusefilt._samples import arithmetic_of, to_arithmetic, write_samples
 from diffusefilt._steps import (Array, Conduction, Connectivity, InstructionSet, Progress,
-                                pipeline_name, record, repeat, require_target, require_threshold)
+                                has_record, pipeline_name, repeat, require_target, require_threshold)
 
 masked: Any = numpy.ma
 Threshold = Union[float, Literal["auto"]]
@@ -273,7 +273,7 @@ def _denoise_channel(pipeline: str, samples: Array, mask: Optional[Array], thres
     if iterations == 0:
         out[...] = samples
         return
-    if mask is None and samples.dtype == arithmetic and record(out, (0,) * out.ndim, out.shape):
+    if mask is None and samples.dtype == arithmetic and has_record(out):
         other = numpy.empty_like(out) if iterations > 1 else out
         repeat(pipeline, samples, (out, other) if iterations % 2 else (other, out), threshold,
                iterations, progress)

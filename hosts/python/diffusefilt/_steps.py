@@ -258,7 +258,7 @@ def repeat(pipeline: str, image: Array, targets: Sequence[Array], threshold: flo
     """Steps from `image` to the first target, on to the second, back to the first and so on. The
     second may be `image`, if that may be written."""
     origin, shape = _ORIGIN[image.ndim], image.shape
-    records = [_written(target, origin) for target in targets] if image.size else []
+    records = [_written(target, origin) for target in targets[:iterations]] if image.size else []
     source, kept = readable(image, origin, shape) if image.size else (None, image)
     for done in range(1, iterations + 1):
         if source is not None:
@@ -306,6 +306,13 @@ def record(array: Array, mins: _Shape, extents: _Shape) -> Optional[halide_buffe
         return None
     return halide_buffer_t(0, None, array.__array_interface__["data"][0], 0,
                            _TYPES[array.dtype.kind, array.itemsize], array.ndim, dimensions)
+
+
+def has_record(array: Array) -> bool:
+    """Whether a pipeline can walk through it."""
+    origin, shape = _ORIGIN[array.ndim], array.shape
+    return bool(array.flags.aligned) and (
+        _dimensions(origin, shape, shape, array.strides, array.itemsize) is not None)
 
 
 @functools.lru_cache(maxsize=64)
