@@ -29,6 +29,9 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/diffusefilt_halideConfigVersion.cmake
   DESTINATION ${package_cmakedir} COMPONENT development)
 
+# What hosts/python/setup.py puts beside the modules of a wheel.
+install(TARGETS diffusefilt_halide LIBRARY DESTINATION . COMPONENT wheel EXCLUDE_FROM_ALL)
+
 # pkg-config diffusefilt_halide
 file(RELATIVE_PATH prefix_from_pkgconfig
   ${CMAKE_INSTALL_PREFIX}/${package_pkgconfigdir} ${CMAKE_INSTALL_PREFIX})
@@ -36,23 +39,5 @@ string(REGEX REPLACE "/$" "" prefix_from_pkgconfig ${prefix_from_pkgconfig})
 configure_file(${package_folder}/diffusefilt_halide.pc.in diffusefilt_halide.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/diffusefilt_halide.pc
   DESTINATION ${package_pkgconfigdir} COMPONENT development)
-
-# The Python modules, where Debian's interpreter looks under the prefixes /usr/local and /usr. It
-# is the one with NumPy and Dask; another may stand first on the PATH.
-if(DIFFUSEFILT_BUILD_HOSTS)
-  if(EXISTS /usr/bin/python3)
-    set(Python3_EXECUTABLE /usr/bin/python3 CACHE FILEPATH "Interpreter for the Python host")
-  endif()
-  find_package(Python3 3.9 REQUIRED COMPONENTS Interpreter)
-  set(python_version ${Python3_VERSION_MAJOR}.${Python3_VERSION_MINOR})
-  if(CMAKE_INSTALL_PREFIX STREQUAL /usr)
-    set(python_version 3)
-  endif()
-  set(DIFFUSEFILT_PYTHON_DIR lib/python${python_version}/dist-packages
-    CACHE STRING "Where the Python modules are installed, below the prefix")
-  install(FILES
-    hosts/python/diffusefilt.py hosts/python/diffusefilt_dask.py hosts/python/diffusefilt_library.py
-    DESTINATION ${DIFFUSEFILT_PYTHON_DIR} COMPONENT python)
-endif()
 
 include(cmake/package/debian.cmake)

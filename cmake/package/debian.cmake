@@ -1,8 +1,12 @@
-# Debian packages, written by scripts/package. There are two: what runs a host needs TBB
-# alone, what builds one needs HalideRuntime.h, whose package brings a whole compiler along.
+# Debian packages, written by scripts/package. What runs a host needs TBB alone, what builds one
+# needs HalideRuntime.h, whose package brings a whole compiler along; the third is for Python.
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime development)
+set(package_components runtime development)
+if(DIFFUSEFILT_BUILD_PYTHON)
+  list(APPEND package_components python)
+endif()
+set(CPACK_COMPONENTS_ALL ${package_components})
 set(CPACK_PACKAGE_VENDOR "diffusefilt_halide maintainers")
 set(CPACK_PACKAGE_CONTACT "diffusefilt_halide maintainers <maintainers@diffusefilt.example>")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
@@ -25,6 +29,19 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} - headers
 Headers for C and C++, files for CMake and pkg-config, and the documentation
 of libdiffusefilt-halide.")
 
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-diffusefilt)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+  "libdiffusefilt-halide (= ${PROJECT_VERSION}), python3 (>= 3.9), python3-numpy")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS
+  "python3-dask, python3-distributed, python3-zarr, python3-xarray")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+  ${package_folder}/python3-diffusefilt/postinst ${package_folder}/python3-diffusefilt/prerm)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "${PROJECT_DESCRIPTION} - Python
+Smooths noise and keeps edges of NumPy, xarray and Dask arrays of any numeric
+type, with a threshold that suits the noise found.")
+
 # Debug information goes, the local names of the parallel bodies stay: docs/abi.md.
 install(CODE "execute_process(COMMAND \"${CMAKE_STRIP}\" --strip-debug \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:diffusefilt_halide>\" COMMAND_ERROR_IS_FATAL ANY)"
   COMPONENT runtime EXCLUDE_FROM_ALL)
@@ -36,7 +53,7 @@ find_program(GZIP gzip REQUIRED)
 add_custom_command(OUTPUT changelog.gz
   COMMAND ${GZIP} -9nkf changelog DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog VERBATIM)
 add_custom_target(package_changelog ALL DEPENDS changelog.gz)
-foreach(component runtime development)
+foreach(component IN LISTS package_components)
   string(TOUPPER ${component} name)
   set(package ${CPACK_DEBIAN_${name}_PACKAGE_NAME})
   install(FILES ${package_folder}/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz

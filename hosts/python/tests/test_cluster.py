@@ -22,10 +22,10 @@ import zarr
 from numcodecs import FixedScaleOffset
 
 import diffusefilt
-import diffusefilt_dask
-from diffusefilt_dask import filter_slab, filter_store, local_client
+from diffusefilt import cluster
+from diffusefilt.cluster import filter_slab, filter_store, local_client
 
-README = pathlib.Path(__file__).resolve().parent.parent.parent / "README.md"
+README = pathlib.Path(__file__).resolve().parents[3] / "README.md"
 
 
 def noise(*shape, dtype="float32"):
@@ -82,7 +82,7 @@ class Results(Folder):
     def test_slabs_end_where_chunks_end(self):
         for extent, chunk, slabs in ((30, 4, 5), (7, 7, 5), (10, 3, 6), (5, 2, 9), (29, 40, 3)):
             volume = zarr.empty((extent, 2), chunks=(chunk, 2))
-            planes, borders = diffusefilt_dask._cut(volume, slabs)
+            planes, borders = cluster._cut(volume, slabs)
             self.assertEqual((borders[0], borders[-1]), (0, extent))
             self.assertEqual(len(borders) - 1, min(slabs, extent))
             self.assertTrue(all(a < b for a, b in zip(borders, borders[1:])), borders)
@@ -99,9 +99,9 @@ class Results(Folder):
                 filter_slab("in.zarr", "out.zarr", 0, 2, from_outside, 20.0, "minimal",
                             "quadratic", "none")
         with self.assertRaisesRegex(FileNotFoundError, "lacks the chunk"):
-            diffusefilt_dask._publish("in.zarr", "done.zarr")
+            cluster._publish("in.zarr", "done.zarr")
         pathlib.Path("out.zarr/1.0.0123.partial").touch()  # of a worker killed while it wrote
-        diffusefilt_dask._publish("out.zarr", "done.zarr")
+        cluster._publish("out.zarr", "done.zarr")
         self.assertFalse(glob.glob("done.zarr/*.partial"))
         self.expect_only("in.zarr", "done.zarr")
 
@@ -156,11 +156,10 @@ class Workers(Folder):
 
 class CommandLine(Folder):
     def test_readme(self):
-        line, = re.findall(r"^    (python3 hosts/python/diffusefilt_dask.py .*)$",
+        line, = re.findall(r"^    (python3 -m diffusefilt.cluster .*)$",
                            README.read_text(), re.M)
         image = noise(20, 30, 40)
         write(image, (4, 30, 40), "head.zarr")
-        os.symlink(README.parent / "hosts", "hosts")
         path = f"{os.path.dirname(sys.executable)}:{os.environ['PATH']}"
         run = subprocess.run(["sh", "-c", line], capture_output=True, text=True,
                              env={**os.environ, "PATH": path})
@@ -168,12 +167,12 @@ class CommandLine(Folder):
         self.assertEqual(run.stdout.splitlines(), [f"step {i} of 4" for i in range(1, 5)])
         np.testing.assert_array_equal(zarr.open_array("smooth.zarr")[...],
                                       diffusefilt.iterate(image, 20, 4))
-        self.expect_only("head.zarr", "smooth.zarr", "hosts")
+        self.expect_only("head.zarr", "smooth.zarr")
 
     def test_interrupted(self):
         write(noise(20, 30, 40), (4, 30, 40))
         run = subprocess.Popen(
-            [sys.executable, diffusefilt_dask.__file__, "in.zarr", "out.zarr", "-k20", "-n100000"],
+            [sys.executable, "-m", "diffusefilt.cluster", "in.zarr", "out.zarr", "-k20", "-n100000"],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True)
         self.assertEqual(run.stdout.readline(), "step 1 of 100000\n")
         os.killpg(run.pid, signal.SIGINT)
@@ -196,7 +195,7 @@ class CommandLine(Folder):
                 output = io.StringIO()
                 with contextlib.redirect_stderr(output), contextlib.redirect_stdout(output):
                     try:
-                        status = diffusefilt_dask.main(arguments.split() + ["--scheduler", address])
+                        status = cluster.main(arguments.split() + ["--scheduler", address])
                     except SystemExit as end:
                         status = end.code
                 return status, output.getvalue()
@@ -216,7 +215,7 @@ class CommandLine(Folder):
                     (2, "invalid float value: 'x'", "in.zarr out.zarr -k x")):
                 found = run(arguments)
                 self.assertEqual(found[0], status, found)
-                self.assertRegex(found[1].splitlines()[-1], f"^diffusefilt_dask: .*{words}")
+                self.assertRegex(found[1].splitlines()[-1], f"^diffusefilt.cluster: .*{words}")
                 if status == 1:
                     self.assertEqual(found[1].count("\n"), 1, found)
                 self.assertFalse(glob.glob("out.zarr*") + glob.glob("*.partial"), arguments)

@@ -8,7 +8,10 @@ import os
 import pathlib
 import sysconfig
 import threading
+import warnings
 from typing import Any, Optional
+
+from diffusefilt import _threads
 
 FILE_NAME = "libdiffusefilt_halide.so"
 INSTRUCTION_SETS = ("none", "avx", "avx2")  # in rising order of what they ask of the processor
@@ -46,24 +49,25 @@ class halide_buffer_t(ctypes.Structure):
                 ("padding", ctypes.c_void_p)]
 
 
-HALIDE_TYPE_FLOAT = 2
+BufferPointer = ctypes.POINTER(halide_buffer_t)
 
 
-def _candidates() -> list[pathlib.Path]:
+def candidates(file_name: str) -> list[pathlib.Path]:
+    """Where a shared object of this package may stand, the first that exists counts."""
     here = pathlib.Path(__file__).resolve().parent
     folders = [here]
-    lib = here.parent.parent
-    if lib.name == "lib":  # PREFIX/lib/python3/dist-packages
+    lib = here.parents[2]
+    if lib.name == "lib":  # PREFIX/lib/python3/dist-packages/diffusefilt
         folders += [lib, lib / (sysconfig.get_config_var("MULTIARCH") or "."), lib.parent / "lib64"]
-    if here.parts[-2:] == ("hosts", "python"):
-        builds = here.parent.parent / "build"
+    if here.parts[-3:] == ("hosts", "python", "diffusefilt"):
+        builds = here.parents[2] / "build"
         folders += [builds / preset for preset in ("release", "bench", "package", "debug")]
-    return [folder / FILE_NAME for folder in folders]
+    return [folder / file_name for folder in folders]
 
 
 def _load() -> tuple[str, ctypes.CDLL]:
     chosen = os.environ.get("DIFFUSEFILT_LIBRARY")
-    path = chosen or next((str(f) for f in _candidates() if f.is_file()), FILE_NAME)
+    path = chosen or str(next((f for f in candidates(FILE_NAME) if f.is_file()), FILE_NAME))
     try:
         return path, ctypes.CDLL(path)
     except OSError as error:
@@ -80,7 +84,6 @@ _Handler = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_char_p)
 _call = threading.local()
 
 
-@_Handler
 def _receive_words(user_context: Any, message: bytes) -> None:
     if getattr(_call, "words", None) is None:
         _handler_found(user_context, message)
@@ -90,22 +93,51 @@ def _receive_words(user_context: Any, message: bytes) -> None:
 
 _library.halide_set_error_handler.argtypes = [_Handler]
 _library.halide_set_error_handler.restype = _Handler
-_handler_found = _library.halide_set_error_handler(_receive_words)
+_handler = _Handler(_receive_words)  # lives as long as the library may call it
+_handler_found = _library.halide_set_error_handler(_handler)
 # A process that embeds the interpreter may outlive it.
 atexit.register(_library.halide_set_error_handler, _handler_found)
 
 
+_entries: dict[str, Any] = {}
+_first_call = threading.Lock()
+
+
 def call(pipeline: str, image: halide_buffer_t, threshold: float, out: halide_buffer_t) -> None:
     """Calls an exported pipeline, without the interpreter's lock. Error if it returns not 0."""
-    entry = getattr(_library, pipeline)
-    entry.restype = ctypes.c_int
+    entry = _entries.get(pipeline) or _entry(pipeline)
     _call.words = ""
     try:
-        status = entry(ctypes.byref(image), ctypes.c_double(threshold), ctypes.byref(out))
+        status = entry(image, threshold, out)
         if status != 0:
             raise Error(pipeline, status, _call.words)
     finally:
         _call.words = None
+
+
+def _entry(pipeline: str) -> Any:
+    with _first_call:
+        if not _entries:
+            _require_threads()
+        entry = getattr(_library, pipeline)
+        entry.argtypes = [BufferPointer, ctypes.c_double, BufferPointer]
+        entry.restype = ctypes.c_int
+        return _entries.setdefault(pipeline, entry)
+
+
+def _require_threads() -> None:
+    """One thread, and a RuntimeWarning, where the system refuses the library its others: the
+    loop of the runtime's own pool, which starts none for one."""
+    reason = _threads.refusal()
+    if reason is None:
+        return
+    _library.halide_set_num_threads(1)
+    _library.halide_set_custom_do_par_for.argtypes = [ctypes.c_void_p]
+    _library.halide_set_custom_do_par_for.restype = ctypes.c_void_p
+    _library.halide_set_custom_do_par_for(
+        ctypes.cast(_library.halide_default_do_par_for, ctypes.c_void_p))
+    warnings.warn(f"diffusefilt runs on one thread, the system refuses it others: {reason}",
+                  RuntimeWarning, stacklevel=2)
 
 
 def best_instruction_set(cpuinfo: Optional[str] = None) -> str:

@@ -1,8 +1,8 @@
 """Anisotropic diffusion of Zarr arrays that need not fit into memory, on the workers of a Dask
 cluster. The command line:
 
-    python3 diffusefilt_dask.py SOURCE TARGET --threshold 20 --iterations 4
-    python3 diffusefilt_dask.py SOURCE TARGET ... --scheduler tcp://host:8786
+    python3 -m diffusefilt.cluster SOURCE TARGET --threshold 20 --iterations 4
+    python3 -m diffusefilt.cluster SOURCE TARGET ... --scheduler tcp://host:8786
 
 and from Python, filter_store. Without a scheduler it starts a cluster of its own on this machine.
 
@@ -12,7 +12,7 @@ Tasks receive the names of files and parameters, no elements. The result has the
 diffusefilt.iterate on the whole array, however it is cut and chunked.
 
 What a cluster needs: source and target under the same paths on all workers and on this machine;
-diffusefilt, diffusefilt_dask and the library installed on each; one thread for each worker
+diffusefilt and the library installed on each; one thread for each worker
 (`dask worker --nthreads 1 --nworkers N`), since a call runs on all processors by itself. A worker
 runs one task at a time even if it has more. For `exponential` in float64 all machines need the
 same math library and processor, or last bits may differ.
@@ -43,7 +43,7 @@ import numpy
 import zarr
 
 import diffusefilt
-from diffusefilt_library import INSTRUCTION_SETS
+from diffusefilt._library import INSTRUCTION_SETS
 
 INTERPRETER = 100_000_000  # bytes of a worker that has not read anything
 LOSSLESS = ("blosc", "bz2", "gzip", "lz4", "lzma", "zlib", "zstd")  # compressors; filters may round
@@ -223,7 +223,7 @@ def _publish(path: str, target: str) -> None:
 
 def _parse(arguments: Optional[list[str]]) -> argparse.Namespace:
     parser = argparse.ArgumentParser(
-        prog="diffusefilt_dask", description="Filters a Zarr array with steps of Perona-Malik "
+        prog="diffusefilt.cluster", description="Filters a Zarr array with steps of Perona-Malik "
         "diffusion, slab by slab on the workers of a Dask cluster. Exit status: 0, 1 if the work "
         "failed, 2 if the command line is wrong.")
     parser.add_argument("source", help="folder of a 2-D or 3-D Zarr array of float32 or float64")
@@ -270,11 +270,6 @@ def main(arguments: Optional[list[str]] = None) -> int:
         return 128 + signal.SIGINT
     except Exception as error:  # from Zarr, Dask or a worker, of any kind
         line = str(error).partition("\n")[0]
-        print(f"diffusefilt_dask: {line or type(error).__name__}", file=sys.stderr)
+        print(f"diffusefilt.cluster: {line or type(error).__name__}", file=sys.stderr)
         return 1
     return 0
-
-
-if __name__ == "__main__":
-    import diffusefilt_dask  # workers find tasks in this module, not in __main__
-    sys.exit(diffusefilt_dask.main())
