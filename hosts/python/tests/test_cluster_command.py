@@ -40,8 +40,8 @@ class CommandLine(InFolder):
         run = subprocess.run(["sh", "-c", line], capture_output=True, text=True,
                              env={**os.environ, "PATH": path})
         self.assertEqual(run.returncode, 0, run.stderr)
-        self.assertRegex(run.stderr, r"(?s)100 %, [0-9.]+ million elements x steps/s, 0:00 to go\n$")
-        self.assertRegex(run.stdout, r"^\d+ rounds? of .*\n.* MB read, .* MB written.*\n.* waiting\n$")
+        self.assertRegex(run.stderr, "100 %, [0-9.]+ million elements x steps/s, 0:00 to go\n$")
+        self.assertRegex(run.stdout, "^[0-9]+ rounds of .*\n.* MB read, .* written.*\n.* waiting\n$")
         np.testing.assert_array_equal(content("smooth.zarr"), diffusefilt.iterate(image, 20, 4))
         self.expect_only("head.zarr", "smooth.zarr", "tmp")
 
@@ -75,7 +75,7 @@ class CommandLine(InFolder):
         run = self.begin("-n80", "--resume")
         output = run.communicate()[1]
         self.assertEqual((run.returncode, output.splitlines()[0][:4]), (0, " 30 "), output)
-        np.testing.assert_array_equal(content(), diffusefilt.iterate(image, 20, 200))
+        np.testing.assert_array_equal(content(), diffusefilt.iterate(image, 20, 80))
         shutil.rmtree("tmp")
         self.expect_only("in.zarr", "out.zarr")
 
@@ -106,7 +106,7 @@ class CommandLine(InFolder):
             for status, words, arguments in (
                     (1, "no Zarr array", "none.zarr out.zarr -k 20"),
                     (1, "no Zarr array", "text out.zarr -k 20"),
-                    (1, "complex.zarr holds <c8", "complex.zarr out.zarr -k 20"),
+                    (1, "complex.zarr holds <c8: an image must be of", "complex.zarr out.zarr -k 20"),
                     (1, "empty", "empty.zarr out.zarr -k 20"),
                     (1, "4 dimensions", "four.zarr out.zarr -k 20"),
                     (1, "not JSON", "broken.zarr out.zarr -k 20"),
@@ -115,7 +115,7 @@ class CommandLine(InFolder):
                     (1, "none/out.zarr", "in.zarr none/out.zarr -k 20"),
                     (1, "none", "in.zarr out.zarr -k 20 --scratch none"),
                     (1, "positive", "in.zarr out.zarr -k nan"),
-                    (1, "filtered in that type", good + " --type float64"),
+                    (1, "must be positive in float32", good + "e-60"),
                     (1, "at least 1", good + " -n 0"),
                     (1, "at least 1", good + " --slabs 0"),
                     (1, "at least 1", good + " --steps-per-task 0"),

@@ -62,7 +62,7 @@ def _parse(arguments: Optional[list[str]]) -> argparse.Namespace:
         prog="diffusefilt.cluster", description="Filters a Zarr array or an OME-Zarr group with "
         "steps of Perona-Malik diffusion, block by block on the workers of a Dask cluster. Exit "
         "status: 0, 1 if the work failed, 2 if the command line is wrong.")
-    parser.add_argument("source", help="2-D or 3-D Zarr array of float32, float64 or integers, or "
+    parser.add_argument("source", help="2-D or 3-D Zarr array of floats or integers, or "
                         "OME-Zarr group: a folder, or an address that fsspec opens")
     parser.add_argument("target", help="to write; must not exist")
     parser.add_argument("-k", "--threshold", type=float, required=True,
@@ -72,7 +72,7 @@ def _parse(arguments: Optional[list[str]]) -> argparse.Namespace:
     parser.add_argument("--conduction", default="quadratic", choices=("quadratic", "exponential"))
     parser.add_argument("--instruction-set", default="auto", choices=("auto", *INSTRUCTION_SETS))
     parser.add_argument("--type", choices=("float32", "float64"),
-                        help="in which integers are filtered (float64)")
+                        help="of the arithmetic (by the elements)")
     parser.add_argument("--resume", action="store_true",
                         help="go on with an unfinished target, and leave one if interrupted")
     parser.add_argument("--scratch", metavar="FOLDER",

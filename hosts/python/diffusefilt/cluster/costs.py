@@ -32,7 +32,7 @@ def measure(question: Question, pipeline: str, spatial: int, scratch: str,
             ) -> Costs:
     """A task. Writes into `scratch`, and leaves that to whoever removes it."""
     dtype = numpy.dtype(question.arithmetic)
-    held = None
+    held = numpy.empty((0,) * len(sample.shape), dtype)
 
     def seconds(work: Callable[[], Any]) -> float:
         began = time.perf_counter()
@@ -48,7 +48,6 @@ def measure(question: Question, pipeline: str, spatial: int, scratch: str,
     after = open_array(folder.sub("measured-target"), target_metadata, "w")
     source = open_array(Folder(question.source), question.source_metadata, "fill")
     read_source = seconds(lambda: load(source))
-    assert held is not None
     write_target = seconds(lambda: write(after, sample, held))
     write_scratch = seconds(lambda: write(between[1], sample, held))
     read_scratch = seconds(lambda: load(between[0]))

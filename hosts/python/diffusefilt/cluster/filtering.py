@@ -16,10 +16,11 @@ import numpy
 
 from diffusefilt import _steps
 from diffusefilt._library import INSTRUCTION_SETS, best_instruction_set
+from diffusefilt._samples import arithmetic_of
 from diffusefilt.cluster import plan as plans
 from diffusefilt.cluster import pyramid, rounds, tasks
 from diffusefilt.cluster.costs import SAMPLE, measure, sample_of
-from diffusefilt.cluster.jobs import MARKER, Job, Question, load
+from diffusefilt.cluster.jobs import Job, Question, load
 from diffusefilt.cluster.plan import Costs, Index, Plan, Room
 from diffusefilt.cluster.report import Report, Tally
 from diffusefilt.cluster.sources import Source, open_source
@@ -41,7 +42,7 @@ def filter_store(source: str, target: str, threshold: float, iterations: int,
     addresses that fsspec opens, which gets the settings of its file systems from its files and
     its environment variables, on each worker.
 
-    source: an array of 2 or 3 dimensions, or an OME-Zarr group (NGFF 0.4), of float32, float64 or
+    source: an array of 2 or 3 dimensions, or an OME-Zarr group (NGFF 0.4), of floats or
         integers. The target gets its shape, dtype, chunks, chunk names and attributes, and its
         compressor if that is known to lose nothing. Of a group the finest array is filtered, each
         time and channel by itself, and the coarser ones are made from the result; labels are left
@@ -56,7 +57,8 @@ def filter_store(source: str, target: str, threshold: float, iterations: int,
     steps_per_task: steps of a block in one task; by default likewise.
     scratch: folder for what is stored between rounds, beside the target by default.
     scratch_compressor: for that, an id of numcodecs like "zstd"; by default nothing is compressed.
-    dtype: in which integers are filtered, "float64" or "float32"; by default float64.
+    dtype: in which it is filtered, "float64" or "float32"; by default floats in their own type (of
+        16 bits in float32) and integers in float64.
     resume: goes on with a target that an earlier call with the same source and parameters left
         unfinished, with its blocks, scratch and instruction set; and this call leaves one if it
         is interrupted or fails. Without it, a call that fails removes what it has written.
@@ -91,7 +93,7 @@ def _question(found: Source, threshold: float, iterations: int, connectivity: st
     iterations = operator.index(iterations)
     if iterations < 1:
         raise ValueError(f"iterations must be at least 1, not {iterations}")
-    arithmetic = found.arithmetic(dtype)
+    arithmetic = arithmetic_of(found.dtype.newbyteorder("="), dtype).name
     _steps.pipeline_name(numpy.empty((0,) * found.spatial, arithmetic), threshold, connectivity,
                          conduction, "none")
     return Question(found.array, found.metadata, float(threshold), iterations, connectivity,
@@ -162,21 +164,22 @@ def _sharing(client: distributed.Client) -> int:
 
 
 def _chooser(found: Source, question: Question, room: Room, slabs: Optional[int],
-             block: Optional[Sequence[int]], steps_per_task: Optional[int]
+             wanted: Optional[Sequence[int]], steps_per_task: Optional[int]
              ) -> Callable[[Costs], Plan]:
     itemsize = numpy.dtype(question.arithmetic).itemsize
     vector = min(plans.VECTOR_BYTES // itemsize, found.shape[-1])
     leading = len(found.shape) - found.spatial
     if slabs is not None:
-        if block is not None:
+        if wanted is not None:
             raise ValueError("slabs and block say the same: give one")
-        block = [*found.chunks[:leading], -(-found.shape[leading] // slabs),
-                 *found.shape[leading + 1:]]
-    if block is not None:
-        if len(block) != len(found.shape) or min(map(operator.index, block)) < 1:
+        wanted = [*found.chunks[:leading], -(-found.shape[leading] // slabs),
+                  *found.shape[leading + 1:]]
+    block = None
+    if wanted is not None:
+        if len(wanted) != len(found.shape) or min(map(operator.index, wanted)) < 1:
             raise ValueError(f"block must have {len(found.shape)} extents of at least 1, "
-                             f"not {tuple(block)}")
-        block = plans.whole_chunks(block, found.shape, found.chunks, vector)
+                             f"not {tuple(wanted)}")
+        block = plans.whole_chunks(wanted, found.shape, found.chunks, vector)
     chunk_bytes = math.prod(found.chunks) * max(found.dtype.itemsize, itemsize)
 
     def choose(costs: Costs) -> Plan:
@@ -205,7 +208,7 @@ def _costs(client: distributed.Client, job: Job) -> Costs:
                                     question.conduction, "none")
     pipeline = pipeline.rpartition("_")[0] + "_" + job.instruction_set
     scratch = {**job.scratch_metadata, "chunks": metadata["chunks"]}
-    costs = client.submit(measure, question, pipeline, plan.spatial, job.scratch, scratch,
+    costs: Costs = client.submit(measure, question, pipeline, plan.spatial, job.scratch, scratch,
                           job.levels[0].metadata, sample, pure=False).result()
     return dataclasses.replace(costs, step=costs.step * _sharing(client))
 

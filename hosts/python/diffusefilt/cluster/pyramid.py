@@ -5,12 +5,15 @@ from __future__ import annotations
 import math
 
 import numpy
+import zarr
 
+from diffusefilt._samples import to_samples
+from diffusefilt._steps import Array
 from diffusefilt.cluster.jobs import chunk_keys, load_once
 from diffusefilt.cluster.plan import Block, Index, Plan, Shape
 from diffusefilt.cluster.stores import traffic
 from diffusefilt.cluster.report import Tally
-from diffusefilt.cluster.tasks import counted_task, read, to_samples, write
+from diffusefilt.cluster.tasks import counted_task, read, write
 
 SIDE = 1 << 22  # elements of a block, about
 
@@ -48,7 +51,7 @@ def run_coarser(target: str, digest: str, saved: str, level: int, index: Index) 
         return clock.tally
 
 
-def _mean(finer, coarser, part: Block) -> numpy.ndarray:
+def _mean(finer: zarr.Array, coarser: zarr.Array, part: Block) -> Array:
     """Of the elements that those of `part` stand for. Index i stands for i p / n rounded down to
     (i + 1) p / n rounded down, of extents n and p."""
     borders = [[i * p // n for i in range(a, b + 1)] for a, b, n, p in
@@ -61,4 +64,4 @@ def _mean(finer, coarser, part: Block) -> numpy.ndarray:
             sums = numpy.add.reduceat(values, starts[:-1] - starts[0], axis, dtype="float64")
             values = sums / numpy.diff(starts).reshape([-1 if i == axis else 1 for i in
                                                         range(values.ndim)])
-    return to_samples(values, coarser.dtype)
+    return to_samples(values, coarser.dtype.newbyteorder("="))

@@ -10,6 +10,7 @@ from typing import Any, Callable, Iterator
 import distributed
 import numpy
 
+from diffusefilt._steps import Array
 from diffusefilt.cluster.plan import Index, Shape
 
 WINDOW = 10_000  # tasks that the scheduler knows at once
@@ -19,7 +20,7 @@ PATIENCE = 60  # seconds without any worker
 class Frontier:
     """grid, reach: of the plan. rounds: for each block to do. done: those done already."""
 
-    def __init__(self, grid: Shape, reach: Shape, rounds: int, done: numpy.ndarray) -> None:
+    def __init__(self, grid: Shape, reach: Shape, rounds: int, done: Array) -> None:
         self.grid, self.reach, self.rounds = grid, reach, rounds
         self.done = done
         self._begun = done.copy()

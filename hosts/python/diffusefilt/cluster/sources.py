@@ -4,11 +4,12 @@ from __future__ import annotations
 
 import dataclasses
 import math
-from typing import Any, Optional
+from typing import Any
 
 import numcodecs
 import numpy
 
+from diffusefilt._samples import arithmetic_of
 from diffusefilt.cluster.jobs import Level
 from diffusefilt.cluster.plan import Shape
 from diffusefilt.cluster.stores import Folder, read_json
@@ -35,20 +36,8 @@ class Source:
         return tuple(self.metadata["chunks"])
 
     @property
-    def dtype(self) -> numpy.dtype:
+    def dtype(self) -> "numpy.dtype[Any]":
         return numpy.dtype(self.metadata["dtype"])
-
-    def arithmetic(self, wanted: Optional[str]) -> str:
-        """Floats are filtered in their own type, integers in float64 unless `wanted` says
-        float32."""
-        if self.dtype.kind == "f":
-            own = self.dtype.newbyteorder("=").name
-            if wanted not in (None, own):
-                raise ValueError(f"{self.array} holds {own} and is filtered in that type")
-            return own
-        if wanted not in (None, "float32", "float64"):
-            raise ValueError(f"dtype must be float32 or float64, not {wanted!r}")
-        return wanted or "float64"
 
 
 def open_source(url: str) -> Source:
@@ -113,9 +102,11 @@ def _check(folder: Folder, metadata: dict[str, Any]) -> None:
     if metadata.get("zarr_format") != 2:
         raise ValueError(f"{folder} is of Zarr format {metadata.get('zarr_format')}, not 2")
     told = metadata["dtype"]
-    dtype = numpy.dtype(told if isinstance(told, str) else object)
-    if not (dtype.kind in "iu" or dtype.kind == "f" and dtype.itemsize in (4, 8)):
-        raise TypeError(f"{folder} holds {told}, neither float32 or float64 nor integers")
+    dtype: "numpy.dtype[Any]" = numpy.dtype(told if isinstance(told, str) else "O")
+    try:
+        arithmetic_of(dtype.newbyteorder("="), None)
+    except TypeError as error:
+        raise TypeError(f"{folder} holds {told}: {error}") from None
     if math.prod(metadata["shape"]) == 0:
         raise ValueError(f"{folder} is empty")
 

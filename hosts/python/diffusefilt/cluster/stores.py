@@ -42,10 +42,10 @@ class Folder:
         self.fs, path = fsspec.core.url_to_fs(url)
         self.path = path.rstrip("/")
         self.local = isinstance(self.fs, LocalFileSystem)
-        self.partial = root.partial if root else os.path.join(self.path, PARTIAL)
+        self.partial: str = root.partial if root else os.path.join(self.path, PARTIAL)
 
     def __str__(self) -> str:
-        return self.path if self.local else self.fs.unstrip_protocol(self.path)
+        return str(self.path if self.local else self.fs.unstrip_protocol(self.path))
 
     def sub(self, name: str) -> Folder:
         return Folder(f"{self}/{name}", self)
@@ -55,7 +55,7 @@ class Folder:
         if self.local:  # an fsspec file costs more than a small chunk
             with open(f"{self.path}/{name}", "rb") as file:
                 return file.read()
-        return self.fs.cat_file(f"{self.path}/{name}")
+        return bytes(self.fs.cat_file(f"{self.path}/{name}"))
 
     def write(self, name: str, data: Any) -> None:
         """Whole or not at all: local files get their name at the end, and in an object store
@@ -81,7 +81,7 @@ class Folder:
     def exists(self, name: str) -> bool:
         if self.local:
             return os.path.lexists(f"{self.path}/{name}")
-        return self.fs.exists(f"{self.path}/{name}")
+        return bool(self.fs.exists(f"{self.path}/{name}"))
 
     def delete(self, name: str) -> None:
         """Nothing if it is not there."""
@@ -182,7 +182,8 @@ def open_array(folder: Folder, metadata: Mapping[str, Any], mode: str = "r") -> 
 def read_json(folder: Folder, name: str) -> Optional[dict[str, Any]]:
     """None if it is not there. ValueError if it is not JSON."""
     try:
-        return json.loads(folder.read(name))
+        content: dict[str, Any] = json.loads(folder.read(name))
+        return content
     except (FileNotFoundError, NotADirectoryError):
         return None
     except ValueError as error:

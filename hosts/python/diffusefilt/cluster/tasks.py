@@ -6,12 +6,14 @@ import asyncio
 import contextlib
 import threading
 import time
-from typing import Iterator, Optional
+from typing import Any, Iterator, Optional
 
 import numpy
 import zarr
 
 from diffusefilt import _steps
+from diffusefilt._samples import to_arithmetic, to_samples
+from diffusefilt._steps import Array
 from diffusefilt.cluster.jobs import Job, chunk_keys, load_once
 from diffusefilt.cluster.plan import IN_FLIGHT, Block, Index
 from diffusefilt.cluster.report import Tally
@@ -110,8 +112,8 @@ def _filter_block(job: Job, number: int, index: Index, clock: _Clock) -> None:
         write(result, regions[-1], held, clock)
 
 
-def read(array: zarr.Array, region: Block, dtype: numpy.dtype, clock: Optional[_Clock] = None
-         ) -> numpy.ndarray:
+def read(array: zarr.Array, region: Block, dtype: "numpy.dtype[Any]", clock: Optional[_Clock] = None
+         ) -> Array:
     """The elements of a region, chunk after chunk along the first axis that is cut. OSError, in
     one line, whatever the compressor or the file system raises."""
     held = numpy.empty(region.shape, dtype)
@@ -124,7 +126,7 @@ def read(array: zarr.Array, region: Block, dtype: numpy.dtype, clock: Optional[_
             if array.dtype == dtype:
                 array.get_basic_selection(wanted, out=held[inside])
             else:
-                held[inside] = array[wanted]
+                held[inside] = to_arithmetic(array[wanted], dtype)
         except Exception as error:
             first = ", ".join(f"{a} .. {b - 1}" for a, b in zip(part.start, part.stop))
             reason = str(error).partition("\n")[0] or type(error).__name__
@@ -133,16 +135,22 @@ def read(array: zarr.Array, region: Block, dtype: numpy.dtype, clock: Optional[_
     return held
 
 
-def write(array: zarr.Array, region: Block, held: numpy.ndarray, clock: Optional[_Clock] = None
+def write(array: zarr.Array, region: Block, held: Array, clock: Optional[_Clock] = None
           ) -> None:
     for part in _layers(array, region):
         if clock:
             clock.check()
         inside = tuple(slice(a - o, b - o) for a, b, o in zip(part.start, part.stop, region.start))
-        array[tuple(map(slice, part.start, part.stop))] = to_samples(held[inside], array.dtype)
+        array[tuple(map(slice, part.start, part.stop))] = _stored(held[inside], array.dtype)
 
 
-def advance(job: Job, held: numpy.ndarray, regions: list[Block], clock: _Clock) -> numpy.ndarray:
+def _stored(values: Array, samples: "numpy.dtype[Any]") -> Array:
+    if values.dtype == samples:
+        return values
+    return to_samples(values, samples.newbyteorder("=")).astype(samples, copy=False)
+
+
+def advance(job: Job, held: Array, regions: list[Block], clock: _Clock) -> Array:
     """The steps of a task, each from one of two pieces of memory into the other."""
     question, spatial = job.question, job.plan.spatial
     leading = held.ndim - spatial
@@ -161,22 +169,6 @@ def advance(job: Job, held: numpy.ndarray, regions: list[Block], clock: _Clock) 
         clock.tally.computed += after.size
         held, memory, spare = result, spare, memory
     return held
-
-
-def to_samples(values: numpy.ndarray, dtype: numpy.dtype) -> numpy.ndarray:
-    """Floats as they are; for integers rounded to the nearest, halves away from 0, and saturated,
-    NaN to the lowest, as in hosts/diffuse/samples.h."""
-    if dtype.kind == "f":
-        return values
-    limits = numpy.iinfo(dtype)
-    values = values.astype("float64")
-    whole = numpy.trunc(values)
-    whole += numpy.copysign(numpy.abs(values - whole) >= 0.5, values)
-    high, low = whole >= float(limits.max), ~(whole > float(limits.min))
-    whole[high | low] = 0
-    samples = whole.astype(dtype)
-    samples[high], samples[low] = limits.max, limits.min
-    return samples
 
 
 def _layers(array: zarr.Array, region: Block) -> Iterator[Block]:
