@@ -42,19 +42,22 @@ class BotoS3(fsspec.AbstractFileSystem):
     def find(self, path, **_):
         names = self._names(path)
         pages = self.s3.get_paginator("list_objects_v2").paginate(
-            Bucket=names["Bucket"], Prefix=names["Key"] + "/")
+            Bucket=names["Bucket"], Prefix=names["Key"] and names["Key"] + "/")
         return [f"{names['Bucket']}/{item['Key']}" for page in pages
                 for item in page.get("Contents", [])]
 
     def ls(self, path, detail=False, **_):
         return self.find(path)
 
-    def exists(self, path, **_):
+    def info(self, path, **_):
+        path = self._strip_protocol(path)
         try:
-            self.s3.head_object(**self._names(path))
-            return True
+            size = self.s3.head_object(**self._names(path))["ContentLength"]
+            return {"name": path, "size": size, "type": "file"}
         except ClientError:
-            return bool(self.find(path))
+            if self.find(path):
+                return {"name": path, "size": 0, "type": "directory"}
+            raise FileNotFoundError(path) from None
 
     def rm(self, path, recursive=False, **_):
         for name in self.find(path):

@@ -81,8 +81,8 @@ class Job:
         """A block of what round `number` left, if that is not the target."""
         if 0 <= number < self.rounds - 1:
             array, block = self.output(number), self.plan.at(index)
-            for key in chunk_keys(array, block.start, block.stop):
-                array.store.folder.delete(key)
+            folder = array.store.folder
+            folder.map(folder.delete, chunk_keys(array, block.start, block.stop))
 
     def save(self) -> None:
         write_json(Folder(self.target), MARKER, dataclasses.asdict(self))
@@ -100,6 +100,12 @@ class Job:
     def abandon(self) -> None:
         Folder(self.scratch).remove()
         Folder(self.target).remove()
+
+
+def is_there(array: zarr.Array, start: Index, stop: Index) -> bool:
+    """Whether all chunks of a block exist: one that does is finished."""
+    folder = array.store.folder
+    return all(folder.map(folder.exists, chunk_keys(array, start, stop)))
 
 
 def chunk_keys(array: zarr.Array, start: Index, stop: Index) -> list[str]:

@@ -9,7 +9,7 @@ import zarr
 
 from diffusefilt._samples import to_samples
 from diffusefilt._steps import Array
-from diffusefilt.cluster.jobs import chunk_keys, load_once
+from diffusefilt.cluster.jobs import is_there, load_once
 from diffusefilt.cluster.plan import Block, Index, Plan, Shape
 from diffusefilt.cluster.stores import traffic
 from diffusefilt.cluster.report import Tally
@@ -32,7 +32,7 @@ def run_coarser(target: str, digest: str, saved: str, level: int, index: Index) 
         job = load_once(target, digest, saved)
         finer, coarser = job.level(level - 1), job.level(level)
         block = blocks_of(coarser.shape, coarser.chunks).at(index)
-        if not all(key in coarser.store for key in chunk_keys(coarser, block.start, block.stop)):
+        if not is_there(coarser, block.start, block.stop):
             before = traffic.read, traffic.written
             result = numpy.empty(block.shape, coarser.dtype)
             leading = len(block.start) - job.plan.spatial

@@ -5,6 +5,7 @@ the metadata of all arrays of a job stand in the job (jobs.py) and are written l
 """
 from __future__ import annotations
 
+import concurrent.futures
 import contextlib
 import json
 import os
@@ -12,14 +13,18 @@ import shutil
 import socket
 import threading
 import uuid
-from typing import Any, Iterator, Mapping, Optional
+from typing import Any, Callable, Iterable, Iterator, Mapping, Optional, TypeVar
 
 import fsspec
 import zarr
 from fsspec.implementations.local import LocalFileSystem
 from numcodecs.compat import ensure_contiguous_ndarray
 
+AT_ONCE = 16  # chunks that a task asks another machine for
 PARTIAL = ".partial"  # a folder in a store: it holds the job of an unfinished one
+
+
+Result = TypeVar("Result")
 
 
 class MissingChunk(OSError):
@@ -77,6 +82,14 @@ class Folder:
         except FileNotFoundError:
             os.makedirs(os.path.dirname(path), exist_ok=True)
             os.replace(piece, path)
+
+    def map(self, work: Callable[..., Result], *names: Iterable[Any]) -> list[Result]:
+        """work(*names) of this folder for each of its names: at once where an answer is waited
+        for longer than it is worked on."""
+        if self.local:
+            return list(map(work, *names))
+        with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
+            return list(pool.map(work, *names))
 
     def exists(self, name: str) -> bool:
         if self.local:
@@ -145,14 +158,19 @@ class ChunkStore(zarr.storage.Store):
             return self._metadata
         if key.startswith(".") or self.mode == "w":
             raise KeyError(key)
+        data = self._read(key)
+        if data is None:
+            raise KeyError(key)
+        traffic.read += len(data)
+        return data
+
+    def _read(self, key: str) -> Optional[bytes]:
         try:
-            data = self.folder.read(key)
+            return self.folder.read(key)
         except FileNotFoundError:
             if self.mode == "r":
                 raise MissingChunk(f"{self.folder}/{key} is missing") from None
-            raise KeyError(key) from None
-        traffic.read += len(data)
-        return data
+            return None
 
     def __setitem__(self, key: str, value: Any) -> None:
         data = memoryview(ensure_contiguous_ndarray(value)).cast("B")
@@ -172,11 +190,27 @@ class ChunkStore(zarr.storage.Store):
         raise NotImplementedError("chunks are not counted: there may be too many")
 
 
+class _RemoteChunkStore(ChunkStore):
+    """Zarr hands over all chunks of a selection to a store with these two."""
+
+    def getitems(self, keys: list[str], **_: Any) -> dict[str, bytes]:
+        found = dict(zip(keys, self.folder.map(self._read, keys)))
+        chunks = {key: data for key, data in found.items() if data is not None}
+        traffic.read += sum(map(len, chunks.values()))
+        return chunks
+
+    def setitems(self, values: Mapping[str, Any]) -> None:
+        data = [memoryview(ensure_contiguous_ndarray(v)).cast("B") for v in values.values()]
+        self.folder.map(self.folder.write, values, data)
+        traffic.written += sum(map(len, data))
+
+
 def open_array(folder: Folder, metadata: Mapping[str, Any], mode: str = "r") -> zarr.Array:
     """mode: of a ChunkStore. Without a fill value no chunk may be absent."""
     if mode == "fill" and metadata["fill_value"] is None:
         mode = "r"
-    return zarr.Array(ChunkStore(folder, metadata, mode), write_empty_chunks=True)
+    store = ChunkStore if folder.local else _RemoteChunkStore
+    return zarr.Array(store(folder, metadata, mode), write_empty_chunks=True)
 
 
 def read_json(folder: Folder, name: str) -> Optional[dict[str, Any]]:

@@ -14,7 +14,7 @@ import zarr
 from diffusefilt import _steps
 from diffusefilt._samples import to_arithmetic, to_samples
 from diffusefilt._steps import Array
-from diffusefilt.cluster.jobs import Job, chunk_keys, load_once
+from diffusefilt.cluster.jobs import Job, is_there, load_once
 from diffusefilt.cluster.plan import IN_FLIGHT, Block, Index
 from diffusefilt.cluster.report import Tally
 from diffusefilt.cluster.stores import traffic
@@ -91,12 +91,11 @@ def run_block(target: str, digest: str, saved: str, number: int, index: Index) -
 
 
 def rounds_done(target: str, digest: str, saved: str, index: Index) -> int:
-    """How many rounds of a block are done: a chunk that exists is finished."""
+    """How many rounds of a block are done."""
     job = load_once(target, digest, saved)
     block = job.plan.at(index)
     for number in range(job.rounds - 1, -1, -1):
-        array = job.output(number)
-        if all(key in array.store for key in chunk_keys(array, block.start, block.stop)):
+        if is_there(job.output(number), block.start, block.stop):
             return number + 1
     return 0
 
