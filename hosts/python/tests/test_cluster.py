@@ -1,16 +1,9 @@
-"""Zarr in and out on a Dask cluster: bits, chunks, memory, lost workers, the command line."""
-import contextlib
+"""Zarr in and out on a Dask cluster: bits, stores, memory, lost workers, resuming."""
 import glob
-import io
-import math
 import os
 import pathlib
-import re
 import shutil
 import signal
-import subprocess
-import sys
-import tempfile
 import threading
 import time
 import unittest
@@ -22,206 +15,223 @@ import zarr
 from numcodecs import FixedScaleOffset
 
 import diffusefilt
-from diffusefilt import cluster
-from diffusefilt.cluster import filter_slab, filter_store, local_client
-
-README = pathlib.Path(__file__).resolve().parents[3] / "README.md"
-
-
-def noise(*shape, dtype="float32"):
-    return np.random.default_rng(7).normal(100, 20, shape).astype(dtype)
+from cluster_support import InFolder, content, noise, write
+from diffusefilt._samples import to_samples as rounded
+from diffusefilt.cluster import filter_store, local_client, stores, tasks
+from diffusefilt.cluster.plan import Block
 
 
-class Folder(unittest.TestCase):
-    """A test in a folder of its own."""
-
-    def setUp(self):
-        self.addCleanup(os.chdir, os.getcwd())
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        os.chdir(folder.name)
-        dask.config.set({"temporary-directory": folder.name + ".workers"})
-        self.addCleanup(shutil.rmtree, folder.name + ".workers", ignore_errors=True)
-
-    def expect_only(self, *names):
-        self.assertEqual(sorted(os.listdir()), sorted(names))
-
-
-def write(image, chunks, name="in.zarr", **options):
-    array = zarr.open_array(name, mode="w", shape=image.shape, dtype=image.dtype, chunks=chunks,
-                            **options)
-    array[...] = image
-    return array
-
-
-class Results(Folder):
-    def test_bits_do_not_depend_on_slabs_and_chunks(self):
+class Results(InFolder):
+    def test_bits_do_not_depend_on_blocks_and_chunks(self):
         cases = [(noise(30, 20, 24), (4, 8, 24), "minimal", "quadratic", {"order": "F"}),
                  (noise(7, 9, 5), (7, 9, 5), "maximal", "exponential", {"compressor": None}),
-                 (noise(31, 40, dtype="float64"), (1, 40), "maximal", "quadratic",
-                  {"filters": [FixedScaleOffset(0, 1, "f8")]})]
+                 (noise(31, 40, dtype=">f8"), (1, 40), "maximal", "quadratic",
+                  {"filters": [FixedScaleOffset(0, 1, ">f8")]}),
+                 (noise(9, 20, 33).astype("int16"), (4, 7, 9), "minimal", "exponential",
+                  {"dimension_separator": "/", "fill_value": None})]
         with local_client() as client:
             for image, chunks, connectivity, conduction, options in cases:
                 source = write(image, chunks, **options)
                 source.attrs["spacing"] = [1, 2]
-                expected = diffusefilt.iterate(source[...], 20, 3, connectivity, conduction)
-                for slabs in (1, 2, 3, 5, None):
+                float_type = "f8" if image.dtype.kind == "i" else image.dtype.newbyteorder("=")
+                expected = diffusefilt.iterate(source[...].astype(float_type), 20, 5,
+                                               connectivity, conduction)
+                if image.dtype.kind == "i":
+                    expected = rounded(expected, image.dtype)
+                for how in ({}, {"slabs": 3, "steps_per_task": 2},
+                            {"block": (8,) * image.ndim, "steps_per_task": 1},
+                            {"block": (2, 16, 9)[:image.ndim], "steps_per_task": 9,
+                             "scratch_compressor": "zstd", "scratch": "."}):
                     steps = []
-                    filter_store("in.zarr", "out.zarr", 20, 3, connectivity, conduction,
-                                 client=client, slabs=slabs,
-                                 progress=lambda *at: steps.append(at))
+                    report = filter_store("in.zarr", "out.zarr", 20, 5, connectivity, conduction,
+                                          client=client, progress=lambda *at: steps.append(at),
+                                          **how)
+                    np.testing.assert_array_equal(content(), expected, f"{how} {chunks}")
                     found = zarr.open_array("out.zarr", mode="r")
-                    np.testing.assert_array_equal(found[...], expected, f"{slabs} {chunks}")
                     self.assertEqual(found.attrs.asdict(), {"spacing": [1, 2]})
-                    self.assertEqual(found.compressor, source.compressor)
-                    self.assertEqual(found.chunks[1:], chunks[1:])
-                    self.assertEqual(steps, [(1, 3), (2, 3), (3, 3)])
+                    for name in ("compressor", "dtype", "chunks", "order", "_dimension_separator"):
+                        self.assertEqual(getattr(found, name), getattr(source, name))
+                    self.assertEqual(steps[-1], (image.size * 5,) * 2)
+                    self.assertGreaterEqual(report.redundancy, 1)
                     self.expect_only("in.zarr", "out.zarr")
                     shutil.rmtree("out.zarr")
+                shutil.rmtree("in.zarr")
 
-    def test_slabs_end_where_chunks_end(self):
-        for extent, chunk, slabs in ((30, 4, 5), (7, 7, 5), (10, 3, 6), (5, 2, 9), (29, 40, 3)):
-            volume = zarr.empty((extent, 2), chunks=(chunk, 2))
-            planes, borders = cluster._cut(volume, slabs)
-            self.assertEqual((borders[0], borders[-1]), (0, extent))
-            self.assertEqual(len(borders) - 1, min(slabs, extent))
-            self.assertTrue(all(a < b for a, b in zip(borders, borders[1:])), borders)
-            self.assertFalse([b for b in borders[:-1] if b % planes], borders)
-
-    def test_a_chunk_that_a_step_lost_is_not_read_as_zeros(self):
+    def test_a_missing_chunk_is_not_read_as_rubbish(self):
         image = noise(6, 8)
-        write(image, (2, 8), "out.zarr")
-        write(image, (2, 8))
+        write(image, (2, 8), fill_value=None)
         os.remove("in.zarr/1.0")
-        for from_outside in (True, False):
-            with (contextlib.nullcontext() if from_outside
-                  else self.assertRaisesRegex(OSError, "1.0 is missing")):
-                filter_slab("in.zarr", "out.zarr", 0, 2, from_outside, 20.0, "minimal",
-                            "quadratic", "none")
-        with self.assertRaisesRegex(FileNotFoundError, "lacks the chunk"):
-            cluster._publish("in.zarr", "done.zarr")
-        pathlib.Path("out.zarr/1.0.0123.partial").touch()  # of a worker killed while it wrote
-        cluster._publish("out.zarr", "done.zarr")
-        self.assertFalse(glob.glob("done.zarr/*.partial"))
-        self.expect_only("in.zarr", "done.zarr")
+        write(image, (2, 8), "filled.zarr", fill_value=3)
+        os.remove("filled.zarr/1.0")
+        image[2:4] = 3
+        with local_client(1) as client:
+            with self.assertRaisesRegex(OSError, "1.0 is missing"):
+                filter_store("in.zarr", "out.zarr", 20, 1, client=client)
+            self.expect_only("in.zarr", "filled.zarr")
+            filter_store("filled.zarr", "out.zarr", 20, 1, client=client)
+        np.testing.assert_array_equal(content(), diffusefilt.step(image, 20))
+        # Nor is one that a round has lost, whatever the fill value.
+        folder = stores.Folder("filled.zarr")
+        lost = stores.open_array(folder, stores.read_json(folder, ".zarray"))
+        with self.assertRaisesRegex(OSError, "1.0 is missing"):
+            tasks.read(lost, Block((0, 0), (6, 8)), np.dtype("f4"))
 
 
-class Workers(Folder):
+class Workers(InFolder):
     def test_a_volume_of_several_times_their_memory(self):
-        limit, side, planes = 200_000_000, 512, 4
-        count = math.ceil(3 * limit / (4 * side * side * planes))
-        period = noise(planes, side, side).round(-1)
-        volume = zarr.open_array("in.zarr", mode="w", shape=(count * planes, side, side),
-                                 dtype="float32", chunks=(planes, side, side))
-        volume[:planes] = period
-        for i in range(1, count):  # one file serves as every chunk
-            os.link("in.zarr/0.0.0", f"in.zarr/{i}.0.0")
-        three = diffusefilt.step(np.concatenate([period] * 3), 20).reshape(3, *period.shape)
+        # One plane has 277 MB, more than a worker may have; all chunks are one file.
+        limit, shape, chunk = 250_000_000, (2, 5888, 5888), (2, 256, 256)
+        period = noise(*chunk, dtype="float64").round(-1)
+        zarr.open_array("in.zarr", mode="w", shape=shape, dtype="float64", chunks=chunk)
+        write(period, chunk, "one.zarr")
+        for y, x in np.ndindex(23, 23):
+            os.link("one.zarr/0.0.0", f"in.zarr/0.{y}.{x}")
+        tiled = diffusefilt.iterate(np.tile(period, (1, 3, 3)), 20, 2)
         with dask.config.set({"distributed.scheduler.allowed-failures": 0}):
             with local_client(2, limit) as client:
-                filter_store("in.zarr", "out.zarr", 20, 1, client=client)
+                filter_store("in.zarr", "out.zarr", 20, 2, client=client, steps_per_task=2)
                 result = zarr.open_array("out.zarr", mode="r")
-                for i in range(count):
-                    expected = three[0 if i == 0 else 2 if i == count - 1 else 1]
-                    self.assertTrue((result[planes * i:planes * (i + 1)] == expected).all(), i)
-                # The limit is one: in a single slab the volume costs a worker its life.
+                for y, x in ((0, 0), (1, 0), (22, 22), (15, 22), (8, 20)):
+                    sy, sx = (slice(256 * (0 if i == 0 else 2 if i == 22 else 1),
+                                    256 * (1 if i == 0 else 3 if i == 22 else 2)) for i in (y, x))
+                    found = result[:, 256 * y:256 * (y + 1), 256 * x:256 * (x + 1)]
+                    self.assertTrue((found == tiled[:, sy, sx]).all(), (y, x))
                 shutil.rmtree("out.zarr")
-                with self.assertRaises(distributed.scheduler.KilledWorker):
-                    filter_store("in.zarr", "out.zarr", 20, 1, client=client, slabs=1)
-        self.expect_only("in.zarr")
+                shutil.rmtree("in.zarr")
+                # What cannot fit is refused unread: this has no chunks.
+                zarr.open_array("in.zarr", mode="w", shape=shape, dtype="float64", chunks=shape,
+                                fill_value=None)
+                with self.assertRaisesRegex(MemoryError, r"needs \d+ MB .* has 188 MB"):
+                    filter_store("in.zarr", "out.zarr", 20, 2, client=client)
+        self.expect_only("in.zarr", "one.zarr")
 
-    def test_killed_in_the_middle_of_a_step(self):
+    def test_killed_in_the_middle_of_a_round(self):
         image = noise(120, 64, 64)
         write(image, (2, 64, 64))
-        killed = []
 
-        def kill_in_step(client, step):
-            while len(glob.glob(f"out.zarr.*.partial/step{step}/*.0.0")) < 5:
+        def kill_in_round(client, folder):
+            while len(glob.glob(folder)) < 5:
                 time.sleep(0.002)
-            killed.append(glob.glob(f"out.zarr.*.partial/step{step}/*.0.0"))
             os.kill(next(iter(client.run(os.getpid).values())), signal.SIGKILL)
 
         with local_client() as client:
-            for step in (1, 2, 3):
-                killer = threading.Thread(target=kill_in_step, args=(client, step), daemon=True)
+            for folder in ("out.zarr.*/round1/*/0/0", "out.zarr.*/round2/*/0/0", "out.zarr/*.0.0"):
+                killer = threading.Thread(target=kill_in_round, args=(client, folder), daemon=True)
                 killer.start()
-                filter_store("in.zarr", "out.zarr", 20, 3, client=client, slabs=60)
+                filter_store("in.zarr", "out.zarr", 20, 3, client=client, slabs=60,
+                             steps_per_task=1)
                 killer.join()
-                self.assertLess(len(killed.pop()), 60)
-                np.testing.assert_array_equal(zarr.open_array("out.zarr")[...],
-                                              diffusefilt.iterate(image, 20, 3))
+                np.testing.assert_array_equal(content(), diffusefilt.iterate(image, 20, 3))
                 self.expect_only("in.zarr", "out.zarr")
                 shutil.rmtree("out.zarr")
 
+    def test_resuming(self):
+        image = noise(40, 32, 32)
+        write(image, (2, 32, 32))
 
-class CommandLine(Folder):
-    def test_readme(self):
-        line, = re.findall(r"^    (python3 -m diffusefilt.cluster .*)$",
-                           README.read_text(), re.M)
-        image = noise(20, 30, 40)
-        write(image, (4, 30, 40), "head.zarr")
-        path = f"{os.path.dirname(sys.executable)}:{os.environ['PATH']}"
-        run = subprocess.run(["sh", "-c", line], capture_output=True, text=True,
-                             env={**os.environ, "PATH": path})
-        self.assertEqual((run.returncode, run.stderr), (0, ""))
-        self.assertEqual(run.stdout.splitlines(), [f"step {i} of 4" for i in range(1, 5)])
-        np.testing.assert_array_equal(zarr.open_array("smooth.zarr")[...],
-                                      diffusefilt.iterate(image, 20, 4))
-        self.expect_only("head.zarr", "smooth.zarr")
+        class Stop(Exception):
+            pass
 
-    def test_interrupted(self):
-        write(noise(20, 30, 40), (4, 30, 40))
-        run = subprocess.Popen(
-            [sys.executable, "-m", "diffusefilt.cluster", "in.zarr", "out.zarr", "-k20", "-n100000"],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True)
-        self.assertEqual(run.stdout.readline(), "step 1 of 100000\n")
-        os.killpg(run.pid, signal.SIGINT)
-        self.assertEqual((run.communicate()[1], run.returncode), ("", 130))
-        self.expect_only("in.zarr")
+        def stop(at):
+            def progress(done, total):
+                if done >= at * total:
+                    raise Stop
+            return progress
 
-    def test_another_cluster_and_bad_input(self):
-        image = noise(9, 30)
-        write(image, (4, 30))
-        write(image.astype("int16"), (4, 30), "int.zarr")
-        write(image[:0], (4, 30), "empty.zarr")
-        write(image, (4, 30), "cut.zarr")
-        os.truncate("cut.zarr/1.0", 20)
-        pathlib.Path("text").write_text("")
-        good = "in.zarr out.zarr --threshold 20"
         with local_client() as client:
-            address = client.scheduler.address
+            def run(**options):
+                return filter_store("in.zarr", "out.zarr", 20, 6, client=client, **options)
+            for at in (0.1, 0.5, 0.95):
+                with self.assertRaises(Stop):
+                    run(slabs=10, steps_per_task=2, resume=True, progress=stop(at))
+                self.assertEqual(len(os.listdir()), 3)
+                with self.assertRaises(ValueError):  # nobody takes it for an array
+                    zarr.open_array("out.zarr", mode="r")
+                with self.assertRaisesRegex(FileExistsError, "unfinished"):
+                    run()
+                with self.assertRaisesRegex(ValueError, "begun with threshold 20.0, not 21.0"):
+                    filter_store("in.zarr", "out.zarr", 21, 6, client=client, resume=True)
+                report = run(resume=True)
+                self.assertLess(report.tally.computed, (1.3 - at) * 6 * image.size)
+                np.testing.assert_array_equal(content(), diffusefilt.iterate(image, 20, 6))
+                self.expect_only("in.zarr", "out.zarr")
+                with self.assertRaisesRegex(FileExistsError, "out.zarr exists"):
+                    run(resume=True)
+                shutil.rmtree("out.zarr")
+            with self.assertRaises(Stop):
+                run(slabs=10, steps_per_task=2, progress=stop(0.5))
+            self.expect_only("in.zarr")
 
-            def run(arguments):
-                output = io.StringIO()
-                with contextlib.redirect_stderr(output), contextlib.redirect_stdout(output):
-                    try:
-                        status = cluster.main(arguments.split() + ["--scheduler", address])
-                    except SystemExit as end:
-                        status = end.code
-                return status, output.getvalue()
 
-            for status, words, arguments in (
-                    (1, "", "none.zarr out.zarr -k 20"),
-                    (1, "", "text out.zarr -k 20"),
-                    (1, "float32 or float64", "int.zarr out.zarr -k 20"),
-                    (1, "empty", "empty.zarr out.zarr -k 20"),
-                    (1, "cannot read planes .* of .*cut.zarr: ", "cut.zarr out.zarr -k 20"),
-                    (1, "in.zarr exists", "in.zarr in.zarr -k 20"),
-                    (1, "none/out.zarr", "in.zarr none/out.zarr -k 20"),
-                    (1, "positive", "in.zarr out.zarr -k nan"),
-                    (1, "at least 1", good + " -n 0"),
-                    (1, "at least 1", good + " --slabs 0"),
-                    (2, "required: -k", "in.zarr out.zarr"),
-                    (2, "invalid float value: 'x'", "in.zarr out.zarr -k x")):
-                found = run(arguments)
-                self.assertEqual(found[0], status, found)
-                self.assertRegex(found[1].splitlines()[-1], f"^diffusefilt.cluster: .*{words}")
-                if status == 1:
-                    self.assertEqual(found[1].count("\n"), 1, found)
-                self.assertFalse(glob.glob("out.zarr*") + glob.glob("*.partial"), arguments)
-            self.assertEqual(run(good)[0], 0)
-            np.testing.assert_array_equal(zarr.open_array("out.zarr")[...],
-                                          diffusefilt.step(image, 20))
+class Stores(InFolder):
+    def check(self, client, root):
+        image = noise(20, 30, 40)
+        options = {"chunks": (4, 16, 16), "shape": image.shape, "dtype": "f4",
+                   "dimension_separator": "/"}
+        import fsspec
+        zarr.create(store=fsspec.get_mapper(f"{root}/in.zarr"), **options)[...] = image
+        filter_store(f"{root}/in.zarr", f"{root}/out.zarr", 20, 4, client=client,
+                     block=(8, 16, 40), steps_per_task=2)
+        found = zarr.open_array(fsspec.get_mapper(f"{root}/out.zarr"), mode="r")
+        np.testing.assert_array_equal(found[...], diffusefilt.iterate(image, 20, 4))
+        fs, path = fsspec.core.url_to_fs(root)
+        left = {name[len(path):].strip("/").partition("/")[0] for name in fs.find(path)}
+        self.assertEqual(left, {"in.zarr", "out.zarr"})
+        self.assertFalse([name for name in fs.find(path) if ".partial" in name])
+        with self.assertRaises(FileExistsError):
+            filter_store(f"{root}/in.zarr", f"{root}/out.zarr", 20, 4, client=client)
+
+    def test_memory(self):
+        with distributed.Client(processes=False, n_workers=2, threads_per_worker=3,
+                                dashboard_address=None) as client:
+            self.check(client, "memory://volumes")
+
+    @unittest.skipUnless(os.environ.get("DIFFUSEFILT_TEST_S3"), "needs an S3 server")
+    def test_s3(self):
+        import boto_s3
+        boto_s3.BotoS3().s3.create_bucket(Bucket="volumes")
+        with dask.config.set({"distributed.worker.preload": [boto_s3.__file__]}):
+            with local_client() as client:
+                self.check(client, "s3://volumes")
+
+    def test_an_ome_zarr_group(self):
+        image = np.random.default_rng(3).normal(100, 30, (2, 2, 12, 31, 40)).clip(0, 255)
+        image = image.astype("uint8")
+        for planes in (12, 1):
+            group = zarr.open_group("in.zarr", mode="w")
+            scales = []
+            for level in range(3):
+                n = tuple(-(-e // 2**level) for e in (planes, 31, 40))
+                a = group.create(str(level), shape=(2, 2, *n), dtype="uint8",
+                                 chunks=(1, 1, 4, 8, 8), dimension_separator="/")
+                if level == 0:
+                    a[...] = image[:, :, :planes]
+                scales.append({"path": str(level), "coordinateTransformations": [
+                    {"type": "scale", "scale": [1, 1, 2 * 2**level, 2**level, 2**level]}]})
+            axes = [{"name": n, "type": t} for n, t in zip("tczyx", ["time", "channel"]
+                                                           + ["space"] * 3)]
+            group.attrs["multiscales"] = [{"version": "0.4", "axes": axes, "datasets": scales}]
+            group.attrs["omero"] = {"channels": [{"label": "a"}, {"label": "b"}]}
+            with local_client() as client:
+                filter_store("in.zarr", "out.zarr", 20, 3, client=client, steps_per_task=2,
+                             block=(1, 1, 4, 16, 40))
+            found = zarr.open_group("out.zarr", mode="r")
+            self.assertEqual(found.attrs.asdict(), group.attrs.asdict())
+            for t, c in np.ndindex(2, 2):
+                volume = image[t, c, :planes].astype("float64")
+                expected = diffusefilt.iterate(volume[0] if planes == 1 else volume, 20, 3)
+                np.testing.assert_array_equal(found["0"][t, c],
+                                              rounded(expected, image.dtype).reshape(volume.shape))
+            for level in ("1", "2"):
+                fine, coarse = found[str(int(level) - 1)][...].astype(float), found[level]
+                for index in ((0, 1, 0, 0, 0), (1, 1, 0, 3, 7), (1, 0, 0, 2, 4)):
+                    borders = [[i * p // n, (i + 1) * p // n] for i, p, n in
+                               zip(index, fine.shape, coarse.shape)]
+                    mean = fine[tuple(slice(*b) for b in borders)].mean()
+                    self.assertEqual(coarse[index], int(mean + 0.5))
+            self.assertEqual(pathlib.Path("out.zarr/1/.zarray").read_text().count('"/"'), 1)
+            self.expect_only("in.zarr", "out.zarr")
+            shutil.rmtree("out.zarr")
 
 
 if __name__ == "__main__":
