@@ -6,12 +6,18 @@
 
 namespace diffuse {
 
-// From now on SIGINT, SIGTERM and SIGHUP end the process, by that signal, only after the folder of
-// a TemporaryFolder is gone and outside of any Uninterrupted. Those that are ignored stay ignored.
-// To be called before the process has other threads.
+// From now on every signal that ends a process by default, and is not ignored, ends this one only
+// after the folders of all TemporaryFolder objects are gone and outside of any Uninterrupted; but
+// for SIGKILL, for a fault of the process itself, and for SIGPIPE and SIGXFSZ, which are ignored: a
+// write that fails is an error like any other. To be called before the process has other threads.
+// Throws std::system_error if there is no thread to be had.
 void watchInterruptions();
 
-// A new folder beside a file, gone with the object or with the process. One at a time.
+// The name that a header has in the folder while its successor is put in place.
+inline constexpr char asideName[] = ".aside";
+
+// A new folder beside a file, gone with the object or with the process. Until then it is locked:
+// what a process of the same program left behind when it was killed is found by that.
 class TemporaryFolder {
 public:
     // Throws std::runtime_error if it cannot be made.
@@ -24,6 +30,7 @@ public:
 
 private:
     std::filesystem::path path_;
+    int lock_ = -1;
 };
 
 // While an object lives, an interruption waits.

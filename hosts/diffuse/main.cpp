@@ -1,17 +1,22 @@
 // diffuse: filters a picture or a volume with the library, from file to file.
 #include <tbb/global_control.h>
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
-#include <csignal>
+#include <cmath>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "filterLoop.h"
+#include "formats/Format.h"
 #include "interruption.h"
 #include "montage.h"
 #include "noise.h"
@@ -20,6 +25,7 @@
 #include "pictureFile.h"
 #include "progress.h"
 #include "report.h"
+#include "startup.h"
 
 namespace diffuse {
 
@@ -39,20 +45,44 @@ private:
 
 Picture readInput(const Options& options) {
     Picture picture = readPicture(options.input);
-    if (options.slice) return takeSlice(picture, *options.slice);
-    if (picture.dimensions() != 2 && picture.dimensions() != 3) {
-        throw std::runtime_error(options.input.string() + " has " +
-                                 std::to_string(picture.dimensions()) +
-                                 " dimensions, 2 or 3 are needed");
+    return options.slice ? takeSlice(picture, *options.slice) : picture;
+}
+
+// The parts of a file besides the one that the command line names, too.
+void requireApart(const std::filesystem::path& written,
+                  const std::vector<std::filesystem::path>& others, const std::string& what) {
+    for (const auto& part : filesWrittenTo(written)) {
+        for (const auto& other : others) {
+            if (isSameFile(part, other)) throw UsageError(part.string() + what);
+        }
     }
-    return picture;
 }
 
 void requireWritableFiles(const Options& options, const Picture& picture) {
-    if (!options.output.empty()) {
-        requireWritable(options.output, picture.dimensions(), picture.pixelKind);
+    const auto inputs = filesOf(options.input);
+    for (const auto& written : {options.output, options.preview}) {
+        if (!written.empty()) {
+            requireApart(written, inputs, " is a part of the input, which stays as it is");
+        }
     }
-    if (!options.preview.empty()) requireWritable(options.preview, 2, PixelKind::grey);
+    if (!options.output.empty() && !options.preview.empty()) {
+        requireApart(options.preview, filesWrittenTo(options.output), " is a part of the output");
+    }
+    Picture sheet{{{1}, {1}}};
+    sheet.sampleType = SampleType::uint8;
+    if (!options.output.empty()) requireWritable(options.output, picture);
+    if (!options.preview.empty()) requireWritable(options.preview, sheet);
+}
+
+bool isFinite(const Picture& picture) {
+    return std::ranges::all_of(picture.values, [](double value) { return std::isfinite(value); });
+}
+
+void requireFinite(const Options& options, const Picture& picture) {
+    if (options.spreadsNan || isFinite(picture)) return;
+    throw std::runtime_error(options.input.string() +
+                             ": it has samples that are infinite or no numbers, which would spread "
+                             "with every step (--nan spread lets them)");
 }
 
 // Replaces the picture by the filtered one.
@@ -61,8 +91,21 @@ void filterPicture(const Options& options, Picture& picture, Report& report) {
     report.threshold = options.threshold.value_or(automaticThreshold(
         report.noiseSigma, picture, wordOf(options.pipeline.conduction), options.iterations));
     Progress progress(std::int64_t{options.iterations} * picture.filteredChannels());
+    requireUsableThreshold(report.threshold, options.pipeline.elementType);
     report.steps = filter({report.pipeline, report.threshold, options.iterations, options.json},
                           picture, [&] { progress.advance(); });
+    if (!options.spreadsNan && !isFinite(picture)) {
+        throw std::runtime_error(options.input.string() +
+                                 ": its samples are too large for the arithmetic of " +
+                                 wordOf(options.pipeline.elementType));
+    }
+}
+
+// One line, whatever the names of files hold.
+void complain(std::string words) {
+    std::ranges::replace_if(
+        words, [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+    std::cerr << "diffuse: " << words << '\n';
 }
 
 void print(const std::string& text) {
@@ -70,11 +113,27 @@ void print(const std::string& text) {
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
 }
 
+// Has both files on the disk before either is put in place, and the report before that.
+void finish(const Options& options, const Picture& picture, const Picture& preview,
+            Report& report) {
+    Stopwatch watch;
+    const auto output = options.output.empty() ? nullptr : stage(options.output);
+    const auto sheet = options.preview.empty() ? nullptr : stage(options.preview);
+    if (output) writePicture(*output, picture);
+    if (sheet) writePicture(*sheet, preview);
+    report.seconds.write = watch.lap();
+    print(options.json ? jsonReport(report, options, picture) : plainReport(report, options));
+    if (output) commitPicture(*output);
+    if (sheet) commitPicture(*sheet);
+}
+
 void run(const Options& options) {
     Report report;
     Stopwatch watch;
     report.pipeline = axesOf(options.pipeline);
     Picture picture = readInput(options);
+    watchInterruptions();
+    requireFinite(options, picture);
     report.pipeline.dimensions = picture.dimensions();
     requireWritableFiles(options, picture);
     report.seconds.read = watch.lap();
@@ -85,25 +144,25 @@ void run(const Options& options) {
     const Picture clean = isCompared ? picture : Picture();
     if (hasNoise) addGaussianNoise(picture.filteredValues(), options.noiseSigma, options.seed);
     const Picture noisy = hasNoise ? picture : Picture();
+    report.threads = startThreads(options.threads);
+    if (report.threads == 1 && options.threads != 1) {
+        complain("only one thread can be started here, the work takes longer");
+    }
     watch.lap();
     filterPicture(options, picture, report);
     report.seconds.filter = watch.lap();
 
-    if (!options.output.empty()) writePicture(options.output, picture);
-    if (!options.preview.empty()) {
-        writePicture(options.preview,
-                     hasNoise ? montage({&clean, &noisy, &picture}) : montage({&clean, &picture}));
-    }
-    report.seconds.write = watch.lap();
     if (hasNoise) {
         const auto values = clean.filteredValues();
         const double peak = peakValue(clean);
         report.psnr = {psnr(values, std::as_const(noisy).filteredValues(), peak),
                        psnr(values, std::as_const(picture).filteredValues(), peak)};
     }
-    report.threads = static_cast<int>(
-        tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism));
-    print(options.json ? jsonReport(report, options, picture) : plainReport(report, options));
+    Picture preview;
+    if (!options.preview.empty()) {
+        preview = hasNoise ? montage({&clean, &noisy, &picture}) : montage({&clean, &picture});
+    }
+    finish(options, picture, preview, report);
 }
 
 void runWithThreads(const Options& options) {
@@ -113,20 +172,25 @@ void runWithThreads(const Options& options) {
 }
 
 int runCommandLine(int argc, const char* const* argv) {
-    const auto complain = [](const std::string& words, int status) {
-        std::cerr << "diffuse: " << words << '\n';
+    const auto fail = [](const std::string& words, int status) {
+        complain(words);
         return status;
     };
     try {
+        secureStandardStreams();
         const auto options = parseOptions(argc, argv);
-        if (options) runWithThreads(*options);
+        if (options) {
+            runWithThreads(*options);
+        } else {
+            print("");
+        }
         return 0;
     } catch (const UsageError& error) {
-        return complain(error.what(), 2);
+        return fail(error.what(), 2);
     } catch (const std::bad_alloc&) {
-        return complain("not enough memory", 1);
+        return fail("not enough memory", 1);
     } catch (const std::exception& error) {
-        return complain(error.what(), 1);
+        return fail(error.what(), 1);
     }
 }
 
@@ -135,8 +199,5 @@ int runCommandLine(int argc, const char* const* argv) {
 }  // namespace diffuse
 
 int main(int argc, char** argv) {
-    // A file beyond the limit for its size is an error like a full disk.
-    std::signal(SIGXFSZ, SIG_IGN);
-    diffuse::watchInterruptions();
     return diffuse::runCommandLine(argc, argv);
 }

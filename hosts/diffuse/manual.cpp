@@ -15,8 +15,9 @@ and Malik (1990): differences of neighbours well below a threshold are smoothed,
 those well above it kept. Colours are filtered channel by channel. The result has
 the sample type of the input and its spacing, origin and directions.
 
-Formats: PNG, TIFF, JPEG, BMP, NIfTI, NRRD, MetaImage, DICOM. Pictures have two
-dimensions, volumes three; one slice in a file of volumes is a picture.
+Formats: PNG, TIFF, JPEG, BMP, NIfTI, NRRD, MetaImage; DICOM is read only. What
+a format cannot keep is refused in one line. Pictures have two dimensions,
+volumes three; one slice in a file of volumes is a picture.
 )";
 }
 
@@ -49,6 +50,9 @@ std::string helpOn(const std::string& names) {
         {"--slice",
          "Filter one slice of a volume as a picture; AXIS is x, y or z, as the samples stand in "
          "the file, and INDEX counts from 0: z:90"},
+        {"--nan",
+         "What to do with samples that are infinite or no numbers: refuse the input (default), or "
+         "let them spread to their neighbours with every step"},
         {"-n,--iterations", "Number of steps (default 3)"},
         {"-k,--threshold",
          "Gradient threshold K in the units of the samples. auto, the default, takes a multiple "

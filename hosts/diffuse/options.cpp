@@ -47,19 +47,6 @@ CLI::Validator wholeNumberFrom(int least) {
     return CLI::Range(least, std::numeric_limits<int>::max()).description("");
 }
 
-// Of a header and data that are named alike, either names both.
-fs::path nameOfPair(fs::path file) {
-    if (file.extension() == ".img") file.replace_extension(".hdr");
-    return fs::weakly_canonical(fs::absolute(file));
-}
-
-// Symbolic and hard links count too.
-bool isSameFile(const fs::path& a, const fs::path& b) {
-    std::error_code ignored;
-    return !a.empty() && !b.empty() &&
-           (fs::equivalent(a, b, ignored) || nameOfPair(a) == nameOfPair(b));
-}
-
 void requireSense(const Options& options) {
     if (options.output.empty() && options.preview.empty() && !options.json &&
         options.noiseSigma == 0) {
@@ -73,6 +60,9 @@ void requireSense(const Options& options) {
     if (isSameFile(options.output, options.preview)) {
         throw UsageError("--output and --preview name the same file");
     }
+    if (options.threshold) {
+        requireUsableThreshold(*options.threshold, options.pipeline.elementType);
+    }
 }
 
 void addFiles(CLI::App& app, Options& options, std::string& slice) {
@@ -83,6 +73,12 @@ void addFiles(CLI::App& app, Options& options, std::string& slice) {
     add("-o,--output", options.output, "FILE");
     add("--preview", options.preview, "FILE");
     add("--slice", slice, "AXIS:INDEX");
+    app.add_option_function<std::string>(
+           "--nan", [&](const std::string& word) { options.spreadsNan = word == "spread"; },
+           helpOn("--nan"))
+        ->type_name("refuse|spread")
+        ->group("Files")
+        ->check(CLI::IsMember(std::vector<std::string>{"refuse", "spread"}).description(""));
 }
 
 // An axis of the pipeline, in the words of the exported names; `further` are other words, which
@@ -130,6 +126,21 @@ void addReports(CLI::App& app, Options& options) {
 }
 
 }  // namespace
+
+bool isSameFile(const fs::path& a, const fs::path& b) {
+    std::error_code ignored;
+    const auto name = [](const fs::path& file) { return fs::weakly_canonical(fs::absolute(file)); };
+    return !a.empty() && !b.empty() && (fs::equivalent(a, b, ignored) || name(a) == name(b));
+}
+
+void requireUsableThreshold(double threshold, diffusefilt_host::ElementType elementType) {
+    const bool isDouble = elementType == diffusefilt_host::ElementType::float64;
+    const double element = isDouble ? threshold : static_cast<float>(threshold);
+    const double reciprocal = isDouble ? 1 / element : 1 / static_cast<float>(element);
+    if (std::isfinite(element) && std::isfinite(reciprocal)) return;
+    throw UsageError("the threshold " + CLI::detail::to_string(threshold) + " is beyond what " +
+                     wordOf(elementType) + " can divide by");
+}
 
 std::optional<Options> parseOptions(int argc, const char* const* argv) {
     Options options;

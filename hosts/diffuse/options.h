@@ -22,6 +22,7 @@ struct Options {
     bool json = false;
     double noiseSigma = 0;  // in grey values of the input; 0: no noise is added
     std::uint64_t seed = 1;
+    bool spreadsNan = false;  // whether samples that are no finite numbers are let in
     PipelineChoice pipeline;
 };
 
@@ -29,6 +30,12 @@ struct Options {
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+// Whether both name the same file, symbolic and hard links included. An empty path names none.
+bool isSameFile(const std::filesystem::path& a, const std::filesystem::path& b);
+
+// Throws UsageError if the arithmetic has no number for the threshold or for its reciprocal.
+void requireUsableThreshold(double threshold, diffusefilt_host::ElementType elementType);
 
 // Returns nothing if the help was asked for and printed. Throws UsageError with one line.
 std::optional<Options> parseOptions(int argc, const char* const* argv);

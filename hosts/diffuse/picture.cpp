@@ -29,7 +29,7 @@ Picture placeSlice(const Picture& volume, const SliceChoice& choice) {
                   volume.sampleType,
                   volume.pixelKind,
                   volume.channels,
-                  volume.modality,
+                  volume.notes,
                   {}};
     const auto cut = slice.axes.begin() + choice.axis;
     for (std::size_t i = 0; i < std::min(slice.origin.size(), cut->direction.size()); ++i) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -30,19 +31,22 @@ inline bool hasOpacity(PixelKind kind) {
 }
 
 struct Axis {
-    int extent = 0;                      // samples along the axis
-    double spacing = 1;                  // between neighbouring samples, usually in millimetres
-    std::vector<double> direction = {};  // in the file's space: left, posterior, superior
+    int extent = 0;      // samples along the axis
+    double spacing = 1;  // between neighbouring samples, in millimetres
+    // In space: left, posterior, superior. Empty if the place of the picture is unknown.
+    std::vector<double> direction = {};
 };
 
 struct Picture {
     // As in the file; the first is the one whose samples are neighbours in memory.
     std::vector<Axis> axes;
-    std::vector<double> origin = {};  // of the first sample, in the space of the directions
+    std::vector<double> origin = {};  // of the first sample; empty if the place is unknown
     SampleType sampleType = SampleType::float64;
     PixelKind pixelKind = PixelKind::grey;
     int channels = 1;
-    std::string modality = {};  // DICOM's word for the device, MR or CT; empty in other formats
+    // What else the file tells and its own format can keep, as text or bytes, by names that only
+    // the formats know.
+    std::map<std::string, std::string> notes = {};
     // One channel after the other, in the units of the file, not clipped to the sample type.
     std::vector<double> values = {};
 

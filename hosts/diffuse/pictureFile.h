@@ -1,24 +1,37 @@
-// Reading and writing pictures: PNG, TIFF, JPEG, BMP, NIfTI, NRRD, MetaImage, DICOM.
+// Reading and writing pictures.
 #pragma once
 
 #include <filesystem>
+#include <memory>
+#include <vector>
 
 #include "picture.h"
+#include "stagedFile.h"
 
 namespace diffuse {
 
-// Reads the whole file, or the one DICOM series that a folder holds.
+// Reads the whole file, or the one DICOM series that a folder holds, in a child process. To be
+// called before the process has other threads.
 // Throws std::runtime_error with one line if that fails.
 Picture readPicture(const std::filesystem::path& file);
 
 // Throws std::runtime_error with one line if the picture cannot be written there, as far as that
-// shows without its values: no format belongs to the name of the file, the format cannot hold so
-// many dimensions or channels, there is no such folder, or a folder stands in the place.
-void requireWritable(const std::filesystem::path& file, int dimensions, PixelKind pixelKind);
+// shows without its values: no format belongs to the name, the format cannot hold the picture,
+// there is no such folder, or no file can stand in that place.
+void requireWritable(const std::filesystem::path& file, const Picture& picture);
 
-// Writes the picture in the format that belongs to the name, in its own sample type: integers
-// are rounded to the nearest and saturated, NaN becomes the lowest. The file stands whole or,
-// after std::runtime_error with one line, not at all.
-void writePicture(const std::filesystem::path& file, const Picture& picture);
+// All files that a picture written to this name will consist of.
+std::vector<std::filesystem::path> filesWrittenTo(const std::filesystem::path& file);
+
+// Makes a folder for a file of that name. Throws std::runtime_error with one line if that fails.
+std::unique_ptr<StagedFile> stage(const std::filesystem::path& file);
+
+// Fills the staged file with the picture, in the format that belongs to the name and in the
+// picture's sample type: integers are rounded to the nearest and saturated, NaN becomes the lowest.
+// Throws std::runtime_error with one line if that fails.
+void writePicture(const StagedFile& file, const Picture& picture);
+
+// Puts a filled file in place. Throws std::runtime_error with one line if that fails.
+void commitPicture(const StagedFile& file);
 
 }  // namespace diffuse

@@ -1,173 +1,192 @@
-#include <itkMetaDataObject.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
-#include <fstream>
 #include <limits>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 
-#include "dicomSeries.h"
-#include "formats.h"
+#include "childProcess.h"
+#include "formats/Format.h"
+#include "formats/rawData.h"
 #include "pictureFile.h"
 #include "samples.h"
-#include "truncation.h"
 
 namespace diffuse {
 
 namespace {
 
 namespace fs = std::filesystem;
+using Json = nlohmann::json;
 
-SampleType fromItk(itk::CommonEnums::IOComponent type) {
-    using Type = itk::CommonEnums::IOComponent;
-    switch (type) {
-        case Type::UCHAR:
-            return SampleType::uint8;
-        case Type::CHAR:
-            return SampleType::int8;
-        case Type::USHORT:
-            return SampleType::uint16;
-        case Type::SHORT:
-            return SampleType::int16;
-        case Type::UINT:
-            return SampleType::uint32;
-        case Type::INT:
-            return SampleType::int32;
-        case Type::ULONG:
-        case Type::ULONGLONG:
-            return SampleType::uint64;
-        case Type::LONG:
-        case Type::LONGLONG:
-            return SampleType::int64;
-        case Type::FLOAT:
-            return SampleType::float32;
-        case Type::DOUBLE:
-            return SampleType::float64;
-        default:
-            throw std::runtime_error("samples of an unknown type");
+std::string toBytes(const Contents& contents) {
+    const Picture& picture = contents.picture;
+    Json axes = Json::array();
+    for (const Axis& axis : picture.axes) {
+        axes.push_back(
+            {{"extent", axis.extent}, {"spacing", axis.spacing}, {"direction", axis.direction}});
     }
+    Json notes = Json::object();
+    for (const auto& [name, text] : picture.notes) {
+        notes[name] = Json::binary({text.begin(), text.end()});
+    }
+    const Json json = {{"axes", axes},
+                       {"origin", picture.origin},
+                       {"type", picture.sampleType},
+                       {"kind", picture.pixelKind},
+                       {"channels", picture.channels},
+                       {"notes", notes},
+                       {"planar", contents.planar},
+                       {"slope", contents.slope},
+                       {"shift", contents.shift}};
+    std::string bytes;
+    Json::to_cbor(json, bytes);
+    return bytes;
 }
 
-PixelKind fromItk(itk::CommonEnums::IOPixel type, unsigned channels) {
-    using Type = itk::CommonEnums::IOPixel;
-    const bool inColour = type == Type::RGB || type == Type::RGBA;
-    if (type == Type::SCALAR && channels == 1) return PixelKind::grey;
-    // PNG's reader calls grey with opacity a scalar, TIFF's a colour.
-    if ((type == Type::SCALAR || inColour) && channels == 2) return PixelKind::greyOpacity;
-    if (inColour) return channels == 4 ? PixelKind::rgba : PixelKind::rgb;
-    if (type == Type::VECTOR || type == Type::FIXEDARRAY || type == Type::POINT ||
-        type == Type::COVARIANTVECTOR || type == Type::OFFSET || type == Type::ARRAY) {
-        return PixelKind::vector;
+Contents fromBytes(const std::string& bytes) {
+    const Json json = Json::from_cbor(bytes);
+    Contents contents;
+    Picture& picture = contents.picture;
+    for (const Json& axis : json.at("axes")) {
+        picture.axes.push_back({axis.at("extent"), axis.at("spacing"),
+                                axis.at("direction").get<std::vector<double>>()});
     }
-    throw std::runtime_error("its pixels are neither grey nor colours nor vectors but " +
-                             itk::ImageIOBase::GetPixelTypeAsString(type));
+    json.at("origin").get_to(picture.origin);
+    json.at("type").get_to(picture.sampleType);
+    json.at("kind").get_to(picture.pixelKind);
+    json.at("channels").get_to(picture.channels);
+    for (const auto& [name, text] : json.at("notes").items()) {
+        picture.notes[name] = {text.get_binary().begin(), text.get_binary().end()};
+    }
+    json.at("planar").get_to(contents.planar);
+    json.at("slope").get_to(contents.slope);
+    json.at("shift").get_to(contents.shift);
+    return contents;
 }
 
-void readAxes(const itk::ImageIOBase& io, Picture& picture) {
-    constexpr auto most = std::numeric_limits<int>::max();
-    std::uint64_t samples = 1;
-    for (unsigned i = 0; i < io.GetNumberOfDimensions(); ++i) {
-        const std::uint64_t extent = io.GetDimensions(i);
-        if (extent < 1 || extent > most) {
-            throw std::runtime_error("an axis of " + std::to_string(extent) +
-                                     " samples, 1 to 2147483647 are possible");
+// What a header may promise. Throws Refusal, and std::bad_alloc beyond the machine's memory: beside
+// the samples stand their values, and those of one channel before and after a step.
+std::size_t requireSensible(const Contents& contents) {
+    constexpr std::uint64_t most = std::numeric_limits<int>::max();
+    const Picture& picture = contents.picture;
+    if (picture.axes.size() != 2 && picture.axes.size() != 3) {
+        throw Refusal("it has " + std::to_string(picture.axes.size()) +
+                      " dimensions, 2 or 3 are needed");
+    }
+    std::uint64_t pixels = 1;
+    bool isFinite = std::isfinite(contents.slope) && std::isfinite(contents.shift);
+    for (const double place : picture.origin) isFinite = isFinite && std::isfinite(place);
+    for (const Axis& axis : picture.axes) {
+        if (axis.extent > 1 && pixels > most) {
+            throw Refusal("slices of more than 2147483647 samples");
         }
-        // The stride of this axis.
-        if (extent > 1 && samples > most) {
-            throw std::runtime_error("slices of more than 2147483647 samples");
-        }
-        samples *= extent;
-        picture.axes.push_back({static_cast<int>(extent), io.GetSpacing(i), io.GetDirection(i)});
-        picture.origin.push_back(io.GetOrigin(i));
+        pixels *= requireExtent(axis.extent);
+        isFinite = isFinite && std::isfinite(axis.spacing) && axis.spacing > 0;
+        for (const double component : axis.direction)
+            isFinite = isFinite && std::isfinite(component);
     }
-}
-
-// A header may promise anything. Beside the samples stand their values, and those of one
-// channel before and after a step.
-void requireMemory(const itk::ImageIOBase& io) {
-    const double needed =
-        static_cast<double>(io.GetImageSizeInComponents()) *
-        (io.GetComponentSize() + sizeof(double) * (1 + 2.0 / io.GetNumberOfComponents()));
+    if (!isFinite) throw Refusal("its place, its spacing or its scale is no finite number");
+    requireExtent(picture.channels);
+    const double samples = static_cast<double>(pixels) * picture.channels;
+    const auto size = static_cast<double>(sizeOf(picture.sampleType));
+    const double needed = samples * (size + sizeof(double) * (1 + 2.0 / picture.channels));
     const double present =
         static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
-    if (needed > present) throw std::bad_alloc();
+    if (needed > present) throw Refusal("not enough memory for its samples");
+    return static_cast<std::size_t>(samples * size);
 }
 
-// MetaImage's reader leaves the samples alone that a short file lacks: the last one then still
-// holds whatever it was filled with before.
-template <typename Sample>
-std::vector<Sample> readSamples(itk::ImageIOBase& io) {
-    std::vector<Sample> samples(io.GetImageSizeInComponents());
-    const Sample marker = 101;
-    const Sample otherMarker = 102;
-    samples.back() = marker;
-    io.Read(samples.data());
-    if (samples.back() == marker) {
-        samples.back() = otherMarker;
-        io.Read(samples.data());
-        if (samples.back() == otherMarker) throw std::runtime_error("the file ends too early");
+// No packing but that of a nearly empty picture makes a file smaller than this.
+void requireProportion(std::size_t promised, std::uintmax_t present) {
+    constexpr std::uintmax_t free = 128 << 20;
+    constexpr std::uintmax_t most = 1100;  // gzip's best is 1032 to 1
+    if (promised > free + most * present) {
+        throw Refusal("its header promises " + std::to_string(promised >> 20) +
+                      " MiB, more than so small a file can hold");
     }
-    return samples;
 }
 
-// From pixel after pixel to channel after channel.
-template <typename Sample>
-std::vector<double> toValues(const std::vector<Sample>& samples, std::size_t channels) {
-    std::vector<double> values(samples.size());
-    const std::size_t pixels = samples.size() / channels;
-    for (std::size_t c = 0; c < channels; ++c) {
-        for (std::size_t i = 0; i < pixels; ++i) {
-            values[c * pixels + i] = static_cast<double>(samples[i * channels + c]);
+void readInChild(const fs::path& file, std::uintmax_t inputBytes, const ToParent& parent) {
+    const Format* format = formatOf(file);
+    if (!format) throw Refusal("unknown format");
+    parent.name(format->name);
+    const Contents contents = format->open(file);
+    const std::size_t bytes = requireSensible(contents);
+    requireProportion(bytes, inputBytes);
+    contents.read(parent.promise(toBytes(contents), bytes));
+}
+
+std::vector<double> toValues(const Contents& contents, const Samples& bytes) {
+    const Picture& picture = contents.picture;
+    std::size_t pixels = 1;
+    for (const Axis& axis : picture.axes) pixels *= axis.extent;
+    const std::size_t channels = picture.channels;
+    std::vector<double> values(pixels * channels);
+    withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
+        const auto* samples = reinterpret_cast<const Sample*>(bytes.get());
+        for (std::size_t c = 0; c < channels; ++c) {
+            const std::size_t step = contents.planar ? 1 : channels;
+            const Sample* from = samples + (contents.planar ? c * pixels : c);
+            for (std::size_t i = 0; i < pixels; ++i) {
+                const Sample sample = from[i * step];
+                const auto value = static_cast<double>(sample);
+                if constexpr (sizeof(Sample) == 8 && std::is_integral_v<Sample>) {
+                    constexpr auto exact = static_cast<double>(std::uint64_t{1} << 53);
+                    if (std::abs(value) > exact) {
+                        throw Refusal("it has whole numbers beyond 2^53, which would be rounded");
+                    }
+                }
+                values[c * pixels + i] = value;
+            }
         }
-    }
+    });
     return values;
 }
 
-// BMP's reader hands out colours for greys as well.
-void dropEqualChannels(Picture& picture) {
-    for (int c = 1; c < picture.channels; ++c) {
-        if (!std::ranges::equal(picture.channel(0), picture.channel(c))) return;
+Picture scaled(Contents&& contents) {
+    if (contents.slope != 1 || contents.shift != 0) {
+        for (double& value : contents.picture.values) {
+            value = contents.slope * value + contents.shift;
+        }
+        contents.picture.sampleType = SampleType::float64;
     }
-    picture.values.resize(picture.values.size() / picture.channels);
-    picture.channels = 1;
-    picture.pixelKind = PixelKind::grey;
+    return std::move(contents.picture);
 }
 
-Picture readFile(const fs::path& file) {
-    if (!std::ifstream(file)) throw std::runtime_error(std::strerror(errno));
-    const auto io = openReader(file);
-    if (!io) throw std::runtime_error("unknown format or damaged file");
-    io->ReadImageInformation();
-    Picture picture;
-    picture.sampleType = fromItk(io->GetComponentType());
-    picture.channels = static_cast<int>(io->GetNumberOfComponents());
-    picture.pixelKind = fromItk(io->GetPixelType(), io->GetNumberOfComponents());
-    if (isFormat(*io, "JPEGImageIO") && picture.channels == 4) {
-        throw std::runtime_error("its pixels are inks, not colours");
+// Of those files that are there.
+std::uintmax_t bytesIn(const std::vector<fs::path>& files) {
+    std::uintmax_t bytes = 0;
+    for (const fs::path& file : files) {
+        std::error_code ignored;
+        if (fs::is_regular_file(file, ignored)) bytes += fs::file_size(file);
     }
-    itk::ExposeMetaData(io->GetMetaDataDictionary(), dicomModality, picture.modality);
-    readAxes(*io, picture);
-    requireWholeFile(file, *io);
-    requireMemory(*io);
-    setWholeRegion(*io);
-    withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
-        picture.values = toValues(readSamples<Sample>(*io), picture.channels);
-    });
-    if (isFormat(*io, "BMPImageIO")) dropEqualChannels(picture);
-    return picture;
+    return bytes;
 }
 
 }  // namespace
 
 Picture readPicture(const fs::path& file) {
-    Picture picture;
-    explainFailures("read", file, [&] {
-        picture = fs::is_directory(file) ? readSeries(file, readPicture) : readFile(file);
-    });
-    return picture;
+    try {
+        if (fs::exists(file) && !fs::is_directory(file) && !fs::is_regular_file(file)) {
+            throw Refusal("neither a file nor a folder");
+        }
+        const std::uintmax_t bytes = bytesIn(filesOf(file));
+        const FromChild answer =
+            runApart(bytes, [&](const ToParent& parent) { readInChild(file, bytes, parent); });
+        Contents contents = fromBytes(answer.header);
+        requireSensible(contents);
+        contents.picture.values = toValues(contents, answer.samples);
+        return scaled(std::move(contents));
+    } catch (const fs::filesystem_error& error) {
+        throw std::runtime_error(file.string() + ": " + error.code().message());
+    } catch (const std::bad_alloc&) {
+        throw std::runtime_error(file.string() + ": not enough memory");
+    } catch (const std::exception& error) {
+        throw std::runtime_error(file.string() + ": " + error.what());
+    }
 }
 
 }  // namespace diffuse
