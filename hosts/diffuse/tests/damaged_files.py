@@ -5,10 +5,11 @@ refuses them in one line: see broken_promise in program.py, and judge below.
     damaged_files.py PROGRAM [--mutated N] [--cuts N] [--seed N] [--keep FOLDER]
     damaged_files.py PROGRAM --case CASE    what a failure prints to run it again
 
---cuts counts lengths taken at random; without it every length of a small file of every format is
-cut as well. --keep is where the files of a failure stay.
+--cuts counts cuts taken at random; without it there is every cut of the smallest file of every
+format. --keep is where the files of a failure stay.
 """
 import argparse
+import collections
 import concurrent.futures
 import gzip
 import os
@@ -144,18 +145,18 @@ def examine(path, case, keep):
 
 
 def cases_of(options):
-    random_ = random.Random(options.seed)
     every = [f"cut:{valid.name}:{file}:{length}" for valid in FILES.values()
              for file, content in valid.files.items() for length in range(len(content))]
-    small = {re.split(r"\W", name)[0] for name in FILES}
     if options.cuts is None:
-        tiny = [min((v for v in FILES.values() if v.name.startswith(kind)),
-                    key=lambda v: sum(map(len, v.files.values()))).name for kind in small]
-        cuts = [case for case in every if case.split(":")[1] in tiny]
+        smallest = {}
+        for valid in sorted(FILES.values(), key=lambda v: -sum(map(len, v.files.values()))):
+            smallest[pathlib.Path(valid.given).suffix] = valid.name
+        del smallest[""]  # a folder
+        cuts = [case for case in every if case.split(":")[1] in smallest.values()]
     else:
-        cuts = random_.sample(every, options.cuts)
+        cuts = random.Random(options.seed).sample(every, options.cuts)
     return ([f"whole:{name}" for name in FILES] + cuts
-            + [f"mutated:{options.seed}:{i}" for i in range(options.mutated)], len(cuts))
+            + [f"mutated:{options.seed}:{i}" for i in range(options.mutated)])
 
 
 def main():
@@ -167,22 +168,22 @@ def main():
     parser.add_argument("--case")
     parser.add_argument("--keep", type=os.path.abspath)
     options = parser.parse_args()
-    cases, cuts = ([options.case], 0) if options.case else cases_of(options)
-    findings = accepted = 0
-    longest = largest = 0
+    cases = [options.case] if options.case else cases_of(options)
+    findings, runs = 0, []
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for case, (ran, wrong) in zip(cases, pool.map(
                 lambda case: examine(options.program, case, options.keep), cases)):
-            accepted += ran.status == 0
-            longest, largest = max(longest, ran.seconds), max(largest, ran.peak)
+            runs.append(ran)
             if wrong:
                 findings += 1
                 print(f"{wrong}\n    {sys.argv[0]} {options.program} --case '{case}'", flush=True)
-            if options.case:
-                print(ran)
-    print(f"{len(FILES)} valid, {cuts} cut and {options.mutated} mutated files: {accepted} read, "
-          f"{len(cases) - accepted} refused, {findings} findings; at most {longest:.1f} s and "
-          f"{largest >> 20} MiB")
+    if options.case:
+        print(runs[0])
+    kinds = collections.Counter(case.split(":")[0] for case in cases)
+    read = sum(ran.status == 0 for ran in runs)
+    print(f"{kinds['whole']} valid, {kinds['cut']} cut and {kinds['mutated']} mutated files: "
+          f"{read} read, {len(runs) - read} refused, {findings} findings; at most "
+          f"{max(ran.seconds for ran in runs):.1f} s and {max(ran.peak for ran in runs) >> 20} MiB")
     return findings > 0
 
 

@@ -1,11 +1,9 @@
 """Reads picture and volume files without the program: with Pillow, tifffile, nibabel and pydicom,
 NRRD and MetaImage with the few lines below. What a file does not plainly say raises."""
-import ast
 import gzip
 import logging
 import pathlib
 import re
-import struct
 import warnings
 import zlib
 from typing import NamedTuple, Optional
@@ -17,22 +15,28 @@ import PIL.ImageOps
 import pydicom
 import pydicom.pixel_data_handlers.util as dicom_pixels
 import tifffile
+from pydicom.uid import ExplicitVRBigEndian, ExplicitVRLittleEndian, ImplicitVRLittleEndian
 
 LPS = np.diag([-1.0, -1.0, 1.0])  # from right, anterior, superior; and back
+# What GDCM's bindings decode, the program has from GDCM too: it comes last.
+pydicom.config.settings.reading_validation_mode = pydicom.config.IGNORE
+pydicom.config.pixel_data_handlers.sort(key=lambda handler: "gdcm" in handler.__name__)
 
 
 class Image(NamedTuple):
     samples: np.ndarray  # [page, row, column, channel]
     origin: Optional[np.ndarray] = None  # of the first sample, in left, posterior, superior
     steps: Optional[np.ndarray] = None  # a column from sample to sample of each axis: x, y, z
-    rescaled: bool = False  # the samples are a slope times what is stored
+    likeness: str = "exact"  # or "rescaled" by a slope, or "high bytes": all that Pillow keeps
 
     def same_samples(self, other):
         """Whether `other`, as the program wrote it, has these samples."""
         mine, theirs = self.samples, other.samples
         if mine.shape != theirs.shape:
             return False
-        if self.rescaled:
+        if self.likeness == "high bytes":
+            return theirs.dtype == "u2" and np.array_equal(mine, theirs >> 8)
+        if self.likeness == "rescaled":
             return np.allclose(mine, theirs, rtol=1e-6, atol=1e-6 * np.abs(mine).max(initial=0))
         if mine.dtype.newbyteorder("=") != theirs.dtype.newbyteorder("="):
             return False
@@ -67,32 +71,19 @@ def oriented(samples, orientation):
     return samples
 
 
-def read_deep_png(content, width, height):
-    """A PNG of 16 bits in each of several channels, which Pillow halves; without filters."""
-    data, at = b"", 8
-    while at < len(content):
-        size, kind = struct.unpack_from(">I4s", content, at)
-        data += content[at + 8:at + 8 + size] * (kind == b"IDAT")
-        at += size + 12
-    rows = np.frombuffer(zlib.decompress(data), "u1").reshape(height, -1)
-    if rows[:, 0].any():
-        raise ValueError("filtered")
-    return Image(rows[:, 1:].copy().view(">u2").reshape(1, height, width, -1))
-
-
 def read_pillow(path):
     head = path.read_bytes()[:26]
     with PIL.Image.open(path) as image:
         image.load()
         deep = image.format == "PNG" and head[24] == 16
-        if deep and head[25] != 0:
-            return read_deep_png(path.read_bytes(), *image.size)
         image = PIL.ImageOps.exif_transpose(image)
         opaque = "transparency" not in image.info
         kind = {"1": "L", "P": "RGB" if opaque else "RGBA"}.get(image.mode, image.mode)
         if not opaque:
             kind = {"L": "LA", "RGB": "RGBA"}.get(kind, kind)
         samples = np.asarray(image if kind == image.mode else image.convert(kind))
+    if deep and samples.ndim == 3:
+        return Image(in_pages(samples, True), likeness="high bytes")
     return Image(in_pages(samples.astype("u2") if deep else samples, samples.ndim == 3))
 
 
@@ -142,22 +133,26 @@ def read_nifti(path):
         raise ValueError(f"of shape {samples.shape}")
     slope = getattr(image.dataobj, "slope", 1), getattr(image.dataobj, "inter", 0)
     return Image(samples[:, :, :, 0].transpose(2, 1, 0, 3), LPS @ image.affine[:3, 3],
-                 LPS @ image.affine[:3, :3], slope != (1, 0))
+                 LPS @ image.affine[:3, :3], "exact" if slope == (1, 0) else "rescaled")
 
 
 def read_slice(path):
     data = pydicom.dcmread(path, force=True)
+    if "TransferSyntaxUID" not in data.file_meta:
+        data.file_meta.TransferSyntaxUID = (
+            ImplicitVRLittleEndian if data.is_implicit_VR else
+            ExplicitVRLittleEndian if data.is_little_endian else ExplicitVRBigEndian)
     samples = data.pixel_array
     meaning = data.PhotometricInterpretation
     if meaning == "PALETTE COLOR":
         samples = dicom_pixels.apply_color_lut(samples, data)
-    elif meaning.startswith("YBR"):
+    elif meaning.startswith("YBR_FULL"):
         samples = dicom_pixels.convert_color_space(samples, meaning, "RGB")
     slope, intercept = float(data.get("RescaleSlope", 1)), float(data.get("RescaleIntercept", 0))
     rescaled = (slope, intercept) != (1, 0)
     image = Image(in_pages(samples * slope + intercept if rescaled else samples,
                            data.SamplesPerPixel > 1 or meaning == "PALETTE COLOR"),
-                  rescaled=rescaled)
+                  likeness="rescaled" if rescaled else "exact")
     if "ImagePositionPatient" not in data or "ImageOrientationPatient" not in data:
         return image
     row, column = np.reshape(data.ImageOrientationPatient, (2, 3)).astype(float)
@@ -179,7 +174,7 @@ def read_dicom(path):
     if len(slices) > 1:
         steps[:, 2] = slices[1].origin - slices[0].origin
     return slices[0]._replace(samples=np.concatenate([s.samples for s in slices]), steps=steps,
-                              rescaled=any(s.rescaled for s in slices))
+                              likeness=max(s.likeness for s in slices))
 
 
 def beside(path, name):
@@ -236,9 +231,14 @@ def read_nrrd(path):
     image = Image(in_pages(samples, vectors))
     if "space directions" not in fields:
         return image
-    steps = [ast.literal_eval(v) for v in re.findall(r"\([^)]*\)", fields["space directions"])]
-    origin = ast.literal_eval(fields.get("space origin", str((0,) * len(steps[0]))))
+    steps = vectors_in(fields["space directions"])
+    origin = vectors_in(fields["space origin"])[0] if "space origin" in fields else 0 * steps[0]
     return placed(image, origin, np.transpose(steps), "right" in fields.get("space", ""))
+
+
+def vectors_in(text):
+    """NRRD's (x,y,z) (x,y,z) ..."""
+    return [np.array(vector.split(","), float) for vector in re.findall(r"\(([^)]*)\)", text)]
 
 
 def placed(image, origin, steps, mirrored=False):
@@ -265,8 +265,9 @@ def read_meta(path):
     channels = int(fields.get("ElementNumberOfChannels", 1))
     if len(sizes) != int(fields["NDims"]) or fields.get("HeaderSize", "0") != "0":
         raise ValueError("not plain")
-    is_true = [fields.get(word, "False")[:1] in "Tt1" for word in
-               ("BinaryDataByteOrderMSB", "ElementByteOrderMSB", "CompressedData", "BinaryData")]
+    is_true = [fields.get(word, default)[:1] in "Tt1" for word, default in
+               (("BinaryDataByteOrderMSB", "False"), ("ElementByteOrderMSB", "False"),
+                ("CompressedData", "False"), ("BinaryData", "True"))]
     samples = unpack(content[at:] if name.upper() == "LOCAL" else beside(path, name),
                      "<>"[is_true[0] or is_true[1]] + META_TYPES[fields["ElementType"]],
                      [channels] * (channels > 1) + sizes,

@@ -1,0 +1,121 @@
+#!/usr/bin/python3
+"""Gives the program every picture and volume of some Debian packages and TIFF files of many kinds,
+and prints for each whether it was read, or refused in which line, and whether the samples, their
+type, the channels, the pages and the place in space are those of another reader.
+
+    real_files.py PROGRAM [PACKAGE...]
+
+Fails if a file that was read is not equal, or a refusal is not one line.
+"""
+import itertools
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+import numpy as np
+import tifffile
+
+import program
+import readers
+
+PACKAGES = ("python3-pydicom", "python3-nibabel", "python3-skimage", "insighttoolkit5-examples")
+SUFFIXES = tuple(".png .jpg .jpeg .tif .tiff .bmp .nii .nii.gz .hdr .nrrd .nhdr .mha .mhd "
+                 ".dcm .dcm.gz .dic .gif".split())
+
+
+def is_picture(path):
+    with open(path, "rb") as file:
+        return path.name.lower().endswith(SUFFIXES) or file.read(132)[128:] == b"DICM"
+
+
+def files_of(package):
+    names = subprocess.check_output(["dpkg", "-L", package], text=True).splitlines()
+    return [path for path in map(pathlib.Path, sorted(names))
+            if path.is_file() and is_picture(path)]
+
+
+def series_in(files):
+    """The folders with several DICOM files, one for each slice."""
+    folders = itertools.groupby(sorted(files), lambda path: path.parent)
+    return [folder for folder, inside in folders
+            if len([path for path in inside if not path.suffix]) > 1]
+
+
+def written_tiffs(folder):
+    """What tifffile writes, in many kinds; the names tell which."""
+    noise = np.random.default_rng(1)
+    kinds = itertools.product(("u1", "i1", "u2", "i2", "u4", "i4", "f4", "f8", "?"),
+                              ("page", "pages", "rgb", "two", "five"),
+                              ("strips", "tiles", "planes", "big", "deflate", "pyramid"))
+    for kind, shape, layout in kinds:
+        channels = {"rgb": 3, "two": 2, "five": 5}.get(shape)
+        if layout == "planes" and not channels or kind == "?" and (channels or layout == "deflate"):
+            continue
+        extents = {"pages": (3, 70, 90)}.get(shape, (70, 90) + (channels,) * bool(channels))
+        samples = noise.uniform(0, 120, extents).astype(kind) if kind != "?" else \
+            noise.random(extents) > 0.5
+        if layout == "planes":
+            samples = np.moveaxis(samples, -1, 0)
+        options = {"photometric": "rgb" if shape == "rgb" else "minisblack", "metadata": None}
+        options |= {"planarconfig": "separate" if layout == "planes" else "contig"} if channels \
+            else {}
+        options |= {"tiles": {"tile": (32, 32)}, "deflate": {"compression": "zlib"},
+                    "pyramid": {"subifds": 1, "tile": (32, 32)}}.get(layout, {})
+        path = folder / f"{np.dtype(kind).name}-{shape}-{layout}.tif"
+        with tifffile.TiffWriter(path, bigtiff=layout == "big") as file:
+            file.write(samples, **options)
+            if layout == "pyramid":
+                smaller = samples[(slice(None),) * (shape == "pages")][..., ::2, ::2] \
+                    if not channels else samples[::2, ::2]
+                file.write(smaller, subfiletype=1, **{**options, "subifds": 0})
+        yield path
+
+
+def verdict(path, file):
+    """The words of the table for a file, and whether they are a fault."""
+    with tempfile.TemporaryDirectory(prefix="diffuse-real-") as folder:
+        ran = program.run(path, [str(file), "-n", "0", "-o", "out.nrrd"], folder)
+        broken = program.broken_promise(ran, folder, {}, "out.nrrd")
+        if broken:
+            return broken, True
+        if ran.status != 0:
+            return f"refused | {ran.complaint.strip().removeprefix('diffuse: ')}", False
+        written = readers.read(pathlib.Path(folder, "out.nrrd"))
+    try:
+        expected = readers.read(file)
+    except Exception as error:  # whatever those readers make of it
+        return f"read | no other reader: {type(error).__name__}: {error}".replace("\n", " "), False
+    if not expected.same_samples(written):
+        ours, theirs = written.samples, expected.samples
+        return f"read | NOT EQUAL: {ours.shape} {ours.dtype}, {theirs.shape} {theirs.dtype}", True
+    if not expected.same_place(written):
+        return (f"read | ANOTHER PLACE: {written.origin} {written.steps.tolist()}, "
+                f"{expected.origin} {expected.steps.tolist()}"), True
+    return "read | equal", False
+
+
+def main():
+    path = os.path.abspath(sys.argv[1])
+    counts, faults = {}, 0
+    with tempfile.TemporaryDirectory(prefix="diffuse-real-") as folder:
+        files = [file for package in sys.argv[2:] or PACKAGES for file in files_of(package)]
+        files += series_in(files)
+        if not sys.argv[2:]:
+            files += written_tiffs(pathlib.Path(folder))
+        print("| file | read or refused | why, or as other readers read it |\n|---|---|---|")
+        for file in files:
+            words, fault = verdict(path, file)
+            faults += fault
+            kind = words.split(":")[0].removeprefix("refused | ") if "refused" not in words else "refused"
+            counts[kind] = counts.get(kind, 0) + 1
+            shown = str(file).removeprefix("/usr/").replace(folder, "tifffile")
+            print(f"| {shown} | {words.replace(str(file), file.name)} |", flush=True)
+    print(f"{len(files)} files: "
+          + ", ".join(f"{count} {kind.replace(' | ', ', ')}" for kind, count in counts.items()))
+    return faults > 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
