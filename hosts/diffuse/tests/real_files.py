@@ -43,33 +43,34 @@ def series_in(files):
             if len([path for path in inside if not path.suffix]) > 1]
 
 
+LAYOUTS = {"strips": {}, "tiles": {"tile": (32, 32)}, "big": {"byteorder": ">"},
+           "deflate": {"compression": "zlib"}, "pyramid": {"tile": (32, 32), "subifds": 1},
+           "planes": {"planarconfig": "separate"}}
+
+
 def written_tiffs(folder):
     """What tifffile writes, in many kinds; the names tell which."""
-    noise = np.random.default_rng(1)
-    kinds = itertools.product(("u1", "i1", "u2", "i2", "u4", "i4", "f4", "f8", "?"),
-                              ("page", "pages", "rgb", "two", "five"),
-                              ("strips", "tiles", "planes", "big", "deflate", "pyramid"))
-    for kind, shape, layout in kinds:
-        channels = {"rgb": 3, "two": 2, "five": 5}.get(shape)
-        if layout == "planes" and not channels or kind == "?" and (channels or layout == "deflate"):
-            continue
-        extents = {"pages": (3, 70, 90)}.get(shape, (70, 90) + (channels,) * bool(channels))
-        samples = noise.uniform(0, 120, extents).astype(kind) if kind != "?" else \
-            noise.random(extents) > 0.5
+    random = np.random.default_rng(1)
+    kinds = ("uint8", "int8", "uint16", "int16", "uint32", "int32", "float32", "float64", "bool")
+    shapes = {"page": (70, 90), "pages": (3, 70, 90), "2 channels": (70, 90, 2),
+              "rgb": (70, 90, 3), "5 channels": (70, 90, 5)}
+    for kind, shape, layout in itertools.product(kinds, shapes, LAYOUTS):
+        channels = "page" not in shape
+        if layout == "planes" and not channels or kind == "bool" and (channels or
+                                                                      layout == "deflate"):
+            continue  # tifffile does not write those
+        samples = random.uniform(0, 1.9 if kind == "bool" else 120, shapes[shape]).astype(kind)
+        reduced = samples[:, ::2] if channels else samples[..., ::2]
+        options = {"photometric": "rgb" if shape == "rgb" else "minisblack", "metadata": None,
+                   **({"planarconfig": "contig"} if channels else {}), **LAYOUTS[layout]}
         if layout == "planes":
             samples = np.moveaxis(samples, -1, 0)
-        options = {"photometric": "rgb" if shape == "rgb" else "minisblack", "metadata": None}
-        options |= {"planarconfig": "separate" if layout == "planes" else "contig"} if channels \
-            else {}
-        options |= {"tiles": {"tile": (32, 32)}, "deflate": {"compression": "zlib"},
-                    "pyramid": {"subifds": 1, "tile": (32, 32)}}.get(layout, {})
-        path = folder / f"{np.dtype(kind).name}-{shape}-{layout}.tif"
-        with tifffile.TiffWriter(path, bigtiff=layout == "big") as file:
+        path = folder / f"{kind} {shape} {layout}.tif"
+        with tifffile.TiffWriter(path, bigtiff=layout == "big",
+                                 byteorder=options.pop("byteorder", None)) as file:
             file.write(samples, **options)
-            if layout == "pyramid":
-                smaller = samples[(slice(None),) * (shape == "pages")][..., ::2, ::2] \
-                    if not channels else samples[::2, ::2]
-                file.write(smaller, subfiletype=1, **{**options, "subifds": 0})
+            if options.pop("subifds", 0):
+                file.write(reduced, subfiletype=1, **options)
         yield path
 
 
