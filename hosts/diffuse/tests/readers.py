@@ -290,11 +290,14 @@ READERS = {".png": read_pillow, ".jpg": read_pillow, ".bmp": read_pillow, ".tif"
            ".nrrd": read_nrrd, ".nhdr": read_nrrd, ".mha": read_meta, ".mhd": read_meta}
 
 
+def suffix_of(path):
+    suffix = "".join(path.suffixes[-2:]) if path.suffix == ".gz" else path.suffix
+    return suffix.lower().replace("tiff", "tif").replace("jpeg", "jpg")
+
+
 def read(path):
     """The file as Image; raises if it is damaged, or of a kind that no reader here knows."""
     path = pathlib.Path(path)
-    suffix = "".join(path.suffixes[-2:]) if path.suffix == ".gz" else path.suffix
     with warnings.catch_warnings(), np.errstate(all="ignore"):
         warnings.simplefilter("ignore")
-        return READERS.get(suffix.lower().replace("tiff", "tif").replace("jpeg", "jpg"),
-                           read_dicom)(path)
+        return READERS.get(suffix_of(path), read_dicom)(path)

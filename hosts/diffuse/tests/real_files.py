@@ -19,10 +19,13 @@ import tifffile
 
 import program
 import readers
+from valid_files import noise
 
 PACKAGES = ("python3-pydicom", "python3-nibabel", "python3-skimage", "insighttoolkit5-examples")
 SUFFIXES = tuple(".png .jpg .jpeg .tif .tiff .bmp .nii .nii.gz .hdr .nrrd .nhdr .mha .mhd "
                  ".dcm .dcm.gz .dic .gif".split())
+
+LOSSLESS = readers.READERS.keys() - {".jpg", ".nrrd"}
 
 
 def is_picture(path):
@@ -50,7 +53,6 @@ LAYOUTS = {"strips": {}, "tiles": {"tile": (32, 32)}, "big": {"byteorder": ">"},
 
 def written_tiffs(folder):
     """What tifffile writes, in many kinds; the names tell which."""
-    random = np.random.default_rng(1)
     kinds = ("uint8", "int8", "uint16", "int16", "uint32", "int32", "float32", "float64", "bool")
     shapes = {"page": (70, 90), "pages": (3, 70, 90), "2 channels": (70, 90, 2),
               "rgb": (70, 90, 3), "5 channels": (70, 90, 5)}
@@ -59,7 +61,7 @@ def written_tiffs(folder):
         if layout == "planes" and not channels or kind == "bool" and (channels or
                                                                       layout == "deflate"):
             continue  # tifffile does not write those
-        samples = random.uniform(0, 1.9 if kind == "bool" else 120, shapes[shape]).astype(kind)
+        samples = noise(*shapes[shape], kind=kind) if kind != "bool" else noise(*shapes[shape]) > 99
         reduced = samples[:, ::2] if channels else samples[..., ::2]
         options = {"photometric": "rgb" if shape == "rgb" else "minisblack", "metadata": None,
                    **({"planarconfig": "contig"} if channels else {}), **LAYOUTS[layout]}
@@ -74,16 +76,24 @@ def written_tiffs(folder):
         yield path
 
 
+def converted(path, file, suffix):
+    """The run that writes the file anew, unchanged; and what another reader finds there."""
+    with tempfile.TemporaryDirectory(prefix="diffuse-real-") as folder:
+        ran = program.run(path, [str(file), "-n", "0", "-o", "out" + suffix], folder)
+        beside = {name: content for name, content in program.contents(folder).items()
+                  if name in ("out.raw", "out.img")}
+        broken = program.broken_promise(ran, folder, beside, "out" + suffix)
+        image = None if broken or ran.status else readers.read(pathlib.Path(folder, "out" + suffix))
+        return ran, broken, image
+
+
 def verdict(path, file):
     """The words of the table for a file, and whether they are a fault."""
-    with tempfile.TemporaryDirectory(prefix="diffuse-real-") as folder:
-        ran = program.run(path, [str(file), "-n", "0", "-o", "out.nrrd"], folder)
-        broken = program.broken_promise(ran, folder, {}, "out.nrrd")
-        if broken:
-            return broken, True
-        if ran.status != 0:
-            return f"refused | {ran.complaint.strip().removeprefix('diffuse: ')}", False
-        written = readers.read(pathlib.Path(folder, "out.nrrd"))
+    ran, broken, written = converted(path, file, ".nrrd")
+    if broken:
+        return broken, True
+    if ran.status != 0:
+        return f"refused | {ran.complaint.strip().removeprefix('diffuse: ')}", False
     try:
         expected = readers.read(file)
     except Exception as error:  # whatever those readers make of it
@@ -94,7 +104,14 @@ def verdict(path, file):
     if not expected.same_place(written):
         return (f"read | ANOTHER PLACE: {written.origin} {written.steps.tolist()}, "
                 f"{expected.origin} {expected.steps.tolist()}"), True
-    return "read | equal", False
+    if readers.suffix_of(file) not in LOSSLESS:
+        return "read | equal", False
+    ran, broken, own = converted(path, file, readers.suffix_of(file))
+    if broken or ran.status != 0:
+        return f"read | NOT WRITTEN: {broken or ran.complaint.strip()}", True
+    if not own.same_samples(written) or not own.same_place(written):
+        return "read | WRITTEN IN ITS OWN FORMAT IT IS NOT EQUAL", True
+    return "read | equal, in its own format too", False
 
 
 def main():

@@ -24,8 +24,11 @@ class Valid(NamedTuple):
 
 
 def noise(*shape, kind="u1"):
+    """Over the whole range of an integer type."""
     random = np.random.default_rng(len(shape) + shape[0])
-    return random.uniform(5, 250, shape).astype(kind)
+    lowest, highest = (np.iinfo(kind).min, np.iinfo(kind).max) if np.dtype(kind).kind in "iu" \
+        else (-1000, 1000)
+    return random.uniform(lowest, highest, shape).astype(kind)
 
 
 def saved(write, suffix):
@@ -50,8 +53,8 @@ def png(samples, colour, bits=8):
 
 def pictures():
     yield "png tiny", ".png", png(noise(3, 4), 0)
-    yield "png grey 16", ".png", png(noise(9, 7, kind=">u2") * 255, 0, 16)
-    yield "png rgb 16", ".png", png(noise(9, 7, 3, kind=">u2") * 255, 2, 16)
+    yield "png grey 16", ".png", png(noise(9, 7, kind=">u2"), 0, 16)
+    yield "png rgb 16", ".png", png(noise(9, 7, 3, kind=">u2"), 2, 16)
     colours = PIL.Image.fromarray(noise(20, 30, 3))
     grey = colours.convert("L")
     exif = PIL.Image.Exif()
@@ -103,7 +106,7 @@ TIFFS = (
     ("bits", noise(33, 20) > 99, {}),
     ("white is zero", noise(33, 20), {"photometric": "miniswhite"}),
     ("palette", noise(33, 20), {"photometric": "palette",
-                                "colormap": noise(3, 256, kind="u2") * 257}),
+                                "colormap": noise(3, 256, kind="u2") // 256 * 257}),
     ("deflate", noise(33, 20, kind="i2"), {"compression": "zlib"}),
     ("big", noise(33, 20, kind="f4"), {"bigtiff": True}),
 )
