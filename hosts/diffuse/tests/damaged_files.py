@@ -97,11 +97,11 @@ def put(folder, files):
         folder.joinpath(name).write_bytes(content)
 
 
-def judge(case, folder, valid):
+def judge(case, folder, valid, output):
     """What is wrong with a success in `folder`; None if nothing is. Damage behind a checksum has to
     be found; what other damage makes of the samples, the file plainly says: another reader agrees."""
     try:
-        written = readers.read(folder / "out.nrrd")
+        written = readers.read(folder / output)
     except ValueError as error:
         return f"a result that cannot be read: {error}"
     if written.origin is not None and not np.isfinite([*written.origin, *written.steps.flat]).all():
@@ -132,10 +132,11 @@ def examine(path, case, keep):
         valid, files = files_of(case)
         put(folder, files)
         before = program.contents(folder)
-        ran = program.run(path, [valid.given, "-n", "0", "-o", "out.nrrd"], folder)
-        wrong = program.broken_promise(ran, folder, before, "out.nrrd")
+        output = "out.png" if valid.name == "png grey alpha" else "out.nrrd"  # what can hold it
+        ran = program.run(path, [valid.given, "-n", "0", "-o", output], folder)
+        wrong = program.broken_promise(ran, folder, before, output)
         if not wrong and ran.status == 0:
-            wrong = judge(case, folder, valid)
+            wrong = judge(case, folder, valid, output)
         if not wrong and ran.status != 0 and case.startswith("whole"):
             wrong = f"refused: {ran.complaint}"
         if wrong and keep:

@@ -88,10 +88,11 @@ def read_pillow(path):
 
 
 class Refusal(logging.Handler):
-    """What tifffile logs and goes on after is an error here."""
+    """What tifffile logs of a page and goes on after is an error here; a tag need not count."""
 
     def emit(self, record):
-        raise ValueError(record.getMessage())
+        if "TiffTag" not in record.getMessage():
+            raise ValueError(record.getMessage())
 
 
 logging.getLogger("tifffile").handlers = [Refusal()]
@@ -116,7 +117,13 @@ def read_tiff_page(page):
 
 def read_tiff(path):
     with tifffile.TiffFile(path) as file:
-        pages = [read_tiff_page(page) for page in file.pages]
+        count = len(file.pages)
+        try:
+            pages = [read_tiff_page(page) for page in file.pages]
+        except Exception:  # Pillow minds other damage, and reads one page
+            if count > 1:
+                raise
+            return read_pillow(path)
     if len({(page.shape, page.dtype) for page in pages}) != 1:
         raise ValueError("pages of several kinds")
     return Image(np.concatenate(pages))

@@ -97,7 +97,6 @@ TIFFS = (
     ("tiny", noise(3, 4), {}),
     ("strips", noise(33, 20, kind="u2"), {"rowsperstrip": 5}),
     ("big endian", noise(33, 20, kind="u4"), {"byteorder": ">"}),
-    ("double", noise(33, 20, kind="f8"), {}),
     ("rgba", noise(33, 20, 4, kind="u2"), {"photometric": "rgb", "extrasamples": ["unassalpha"]}),
     ("planes", noise(3, 33, 20), {"photometric": "rgb", "planarconfig": "separate"}),
     ("tiles", noise(3, 33, 40, kind="u2"), {"tile": (16, 16)}),
