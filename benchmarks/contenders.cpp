@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "peers.h"
+#include "reference/Neighbours.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ std::vector<double> argumentsOfExp() {
 
 // None for the exponential that float32 pipelines carry themselves.
 Work limitOf(PipelineVariant variant, int64_t elements) {
-    const int64_t count = elements * support::neighboursOf(variant);
+    const int64_t count = elements * std::ssize(reference::neighboursOf(variant));
     if (variant.conduction == Conduction::quadratic) {
         return {[=] { peers::divideVectors(variant, count / variant.lanes()); }, double(elements)};
     }

@@ -31,7 +31,7 @@ __attribute__((target("avx"))) void divideWideFloats(int64_t count) {
 
 void divideVectors(diffusefilt::PipelineVariant variant, int64_t count) {
     const bool isDouble = variant.elementBits() == 64;
-    if (variant.vectorBits() == 256) {
+    if (rulesOf(variant.instructionSet).vectorBytes == 32) {
         isDouble ? divideWideDoubles(count) : divideWideFloats(count);
     } else {
         isDouble ? divide<double, 16>(count) : divide<float, 16>(count);
