@@ -168,9 +168,8 @@ def _denoise_other(image: Any, threshold: Threshold, iterations: int, out: Optio
     data, mask = _elements_and_mask(image)
     result = _denoise_array(data, mask, threshold, iterations, out=out, **options)
     if isinstance(image, masked.MaskedArray):
-        kept = masked.getmask(image)
-        return masked.MaskedArray(result, kept if mask is None else kept.copy(),
-                                    fill_value=image.fill_value)
+        return masked.MaskedArray(result, masked.getmask(image) if mask is None else mask.copy(),
+                                  fill_value=image.fill_value)
     wrap = getattr(image, "__array_wrap__", None)
     return result if wrap is None else wrap(result)
 

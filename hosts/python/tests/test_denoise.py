@@ -92,6 +92,8 @@ class Samples(unittest.TestCase):
             values = np.array([list(pairs)] * 2)
             found = _samples.to_samples(values, np.dtype(dtype))
             self.assertEqual(found.tolist(), [list(pairs.values())] * 2, dtype)
+        twice = np.array([[2**60 + 2**36 + 1]])  # up from here, but down by way of float64
+        self.assertEqual(_samples.to_arithmetic(twice, np.dtype("f4"))[0, 0], 2**60)
 
     def test_memory(self):
         image = picture()
@@ -145,6 +147,8 @@ class Containers(unittest.TestCase):
                     np.testing.assert_array_equal(found.data[..., :20],
                                                   denoise(alone, threshold, **options))
             self.assertEqual((found.dtype, found.fill_value), (np.dtype(dtype), 3))
+            found.mask[0] = True
+            self.assertFalse(image.mask[0].all())
         self.assertLess(abs(diffusefilt.estimate_noise(image) - 8), 2)
         with self.assertRaisesRegex(ValueError, "too large for an image with a mask"):
             denoise(image, np.inf)
