@@ -10,7 +10,8 @@ import numpy
 import numpy.typing
 
 from diffusefilt import _noise
-from diffusefilt._samples import arithmetic_of, to_arithmetic, write_samples
+from diffusefilt._samples import (arithmetic_of, require_whole, to_arithmetic,
+                                  write_samples)
 from diffusefilt._steps import (Array, Conduction, Connectivity, InstructionSet, Progress,
                                 has_record, pipeline_name, repeat, require_target, require_threshold)
 
@@ -235,6 +236,7 @@ def _denoise_array(data: Array, mask: Optional[Array], threshold: Threshold, ite
                    out: Optional[Array], progress: Optional[Progress]) -> Array:
     arithmetic = arithmetic_of(data.dtype, dtype)
     position = channel_position(data, channel_axis)
+    require_whole(data)
     channels = _channels(data, position)
     pipeline = pipeline_name(numpy.empty((0,) * channels[0].ndim, arithmetic),
                              1 if isinstance(threshold, str) else threshold, connectivity,
