@@ -55,18 +55,19 @@ class TheProgram(unittest.TestCase):
 
     def test_every_type(self):
         for dtype, arithmetic in itertools.product(NRRD, ("float32", "float64")):
-            self.expect_the_same(picture(dtype), arithmetic)
+            image = picture(dtype)
             if dtype[0] != "f":  # up to both ends of the type
                 limits = np.iinfo(dtype)
                 ends = max(limits.min, -2**53), min(limits.max, 2**53)  # the program takes no others
-                wide = np.random.default_rng(5).integers(*ends, (9, 14), dtype, endpoint=True)
-                self.expect_the_same(wide, arithmetic, threshold=ends[1] / 3)
+                image = np.random.default_rng(5).integers(*ends, (9, 14), dtype, endpoint=True)
+            self.expect_the_same(image, arithmetic)
 
     def test_every_estimate(self):
         for image in (picture(), picture("f4", (5, 9, 14)), picture("u1", (1, 30)),
                       picture(sigma=0), np.full((6, 8), 7.0), np.round(picture("i2") / 10)):
-            for conduction, iterations in itertools.product(("quadratic", "exponential"), (0, 1, 7)):
+            for conduction, iterations in (("quadratic", 7), ("exponential", 1)):
                 self.expect_the_same(image, "float64", conduction, iterations)
+        self.expect_the_same(picture("i2"), "float32", iterations=0)
         self.expect_the_same(picture("u1", (24, 30, 2)), "float64", channels=True)
 
     @unittest.skipUnless(HEAD.exists(), f"{HEAD} is not installed")
