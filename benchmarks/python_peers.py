@@ -4,7 +4,7 @@ the same purpose, on pictures with Gaussian noise; prints the table of docs/pyth
 
     PYTHONPATH=hosts/python benchmarks/python_peers.py
 
-Needs python3-skimage and mricron-data (scripts/install-deps gallery benchmarks); SimpleITK has no
+Needs python3-skimage and mricron-data (scripts/install-deps peers); SimpleITK has no
 package in Debian 12 and is taken if it can be imported. denoise finds its threshold by itself; each
 parameter of a peer is the best of a grid, chosen by the clean picture, so that none loses by its
 setting. Time is the least of several calls with the parameter chosen, in float32.

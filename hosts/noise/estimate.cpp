@@ -65,9 +65,11 @@ Range rangeOf(const Channel<Element>& channel) {
                 channel.elements + z * channel.z.stride + y * channel.y.stride;
             for (std::ptrdiff_t x = 0; x < channel.x.extent; ++x) {
                 const auto value = static_cast<double>(row[x * channel.x.stride]);
-                if (!std::isfinite(value)) continue;
-                range.lowest = std::min(range.lowest, value);
-                range.highest = std::max(range.highest, value);
+                // Seldom true, so that no element waits for the one before.
+                if ((value < range.lowest || value > range.highest) && std::isfinite(value)) {
+                    range.lowest = std::min(range.lowest, value);
+                    range.highest = std::max(range.highest, value);
+                }
             }
         }
     }
@@ -88,22 +90,37 @@ void forEachBlock(const Channel<Element>& channel, const Visitor& visit) {
     }
 }
 
-template <typename Element>
-void appendCoefficients(const halide_buffer_t& buffer, std::vector<double>& coefficients) {
-    const Channel<Element> channel(buffer);
+template <std::size_t count, typename Element>
+void appendCoefficients(const Channel<Element>& channel, const std::vector<Corner>& corners,
+                        std::vector<double>& coefficients) {
     const Range range = rangeOf(channel);
-    const std::vector<Corner> corners = cornersOf(channel);
-    const double norm = 1 / std::sqrt(static_cast<double>(corners.size()));
+    const double norm = 1 / std::sqrt(static_cast<double>(count));
     forEachBlock(channel, [&](const Element* start) {
         double sum = 0;
         bool counts = true;
-        for (const Corner& corner : corners) {
-            const auto value = static_cast<double>(start[corner.offset]);
-            counts = counts && value > range.lowest && value < range.highest;
-            sum += corner.sign * value;
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto value = static_cast<double>(start[corners[i].offset]);
+            counts &= value > range.lowest && value < range.highest;
+            sum += corners[i].sign * value;
         }
         if (counts && std::isfinite(sum)) coefficients.push_back(std::abs(norm * sum));
     });
+}
+
+template <typename Element>
+void appendCoefficients(const halide_buffer_t& buffer, std::vector<double>& coefficients) {
+    const Channel<Element> channel(buffer);
+    const std::vector<Corner> corners = cornersOf(channel);
+    switch (corners.size()) {
+        case 1:
+            return appendCoefficients<1>(channel, corners, coefficients);
+        case 2:
+            return appendCoefficients<2>(channel, corners, coefficients);
+        case 4:
+            return appendCoefficients<4>(channel, corners, coefficients);
+        default:
+            return appendCoefficients<8>(channel, corners, coefficients);
+    }
 }
 
 using Append = void (*)(const halide_buffer_t&, std::vector<double>&);

@@ -10,7 +10,8 @@ import numpy
 import numpy.typing
 
 from diffusefilt import _noise
-from diffusefilt._samples import arithmetic_of, to_arithmetic, write_samples
+from diffusefilt._samples import (arithmetic_of, require_whole, to_arithmetic,
+                                  write_samples)
 from diffusefilt._steps import (Array, Conduction, Connectivity, InstructionSet, Progress,
                                 has_record, pipeline_name, repeat, require_target, require_threshold)
 
@@ -168,9 +169,8 @@ def _denoise_other(image: Any, threshold: Threshold, iterations: int, out: Optio
     data, mask = _elements_and_mask(image)
     result = _denoise_array(data, mask, threshold, iterations, out=out, **options)
     if isinstance(image, masked.MaskedArray):
-        kept = masked.getmask(image)
-        return masked.MaskedArray(result, kept if mask is None else kept.copy(),
-                                    fill_value=image.fill_value)
+        return masked.MaskedArray(result, masked.getmask(image) if mask is None else mask.copy(),
+                                  fill_value=image.fill_value)
     wrap = getattr(image, "__array_wrap__", None)
     return result if wrap is None else wrap(result)
 
@@ -236,6 +236,7 @@ def _denoise_array(data: Array, mask: Optional[Array], threshold: Threshold, ite
                    out: Optional[Array], progress: Optional[Progress]) -> Array:
     arithmetic = arithmetic_of(data.dtype, dtype)
     position = channel_position(data, channel_axis)
+    require_whole(data)
     channels = _channels(data, position)
     pipeline = pipeline_name(numpy.empty((0,) * channels[0].ndim, arithmetic),
                              1 if isinstance(threshold, str) else threshold, connectivity,

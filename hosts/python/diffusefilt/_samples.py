@@ -29,10 +29,17 @@ def arithmetic_of(samples: "numpy.dtype[Any]",
     return chosen
 
 
+def require_whole(samples: Array) -> None:
+    """ValueError for integers that float64 does not hold, which the command line host refuses."""
+    if samples.dtype.itemsize == 8 and samples.dtype.kind in "iu" and samples.size:
+        if samples.max() > 2**53 or samples.min() < -2**53:
+            raise ValueError("an image must not hold whole numbers beyond 2^53, which would be "
+                             "rounded")
+
+
 def to_arithmetic(samples: Array, arithmetic: "numpy.dtype[Any]") -> Array:
-    """A new array in C order. Integers of 64 bits become float32 by way of float64."""
-    if samples.dtype.itemsize == 8:
-        samples = samples.astype("f8", copy=False)
+    """A new array in C order. ValueError as require_whole."""
+    require_whole(samples)
     return samples.astype(arithmetic, order="C")
 
 

@@ -46,11 +46,15 @@ def run(program, *arguments):
 
 
 class Limits(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.bits = run(PROGRAM, "none").stdout.strip()
+
     def expect_bits(self, *limit):
         found = run(PROGRAM, *limit)
         self.assertEqual((found.returncode, found.stderr), (0, ""), limit)
         bits, _, warning = found.stdout.strip().partition(" ")
-        self.assertEqual(bits, run(PROGRAM, "none").stdout.strip(), limit)
+        self.assertEqual(bits, self.bits, limit)
         return warning
 
     @unittest.skipIf(len(os.sched_getaffinity(0)) == 1, "the library starts no threads here")
@@ -60,7 +64,7 @@ class Limits(unittest.TestCase):
 
     def test_little_memory(self):
         warnings = [self.expect_bits("memory", megabytes << 20)
-                    for megabytes in (0, 1, 3, 6, 10, 24, 36, 44, 50, 60, 100, 160, 10_000)]
+                    for megabytes in (0, 3, 10, 24, 36, 44, 60, 160, 10_000)]
         self.assertIn("one thread", warnings[0])
         self.assertEqual(warnings[-1], "")
 
