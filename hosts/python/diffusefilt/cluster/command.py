@@ -34,6 +34,9 @@ def main(arguments: Optional[list[str]] = None) -> int:
     for name in list(logging.root.manager.loggerDict):
         if name.partition(".")[0] == "distributed":
             logging.getLogger(name).setLevel(level.upper())
+    # What Dask logs in others' names, when a scheduler is lost, would go to stderr.
+    logging.getLogger().addHandler(logging.NullHandler())
+    logging.getLogger("asyncio").setLevel(logging.CRITICAL)
     # A worker that was killed leaves semaphores, of which Python warns.
     os.environ.setdefault("PYTHONWARNINGS", "ignore:resource_tracker:UserWarning")
     with _signals_raise() as arrived:

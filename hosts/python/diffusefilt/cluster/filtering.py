@@ -265,6 +265,8 @@ def _filter(client: distributed.Client, job: Job, arguments: tuple[str, str, str
 
 def _stop(client: distributed.Client, saved: str) -> None:
     """No task writes after this, unless its worker cannot be reached."""
+    if client.status != "running":
+        return  # workers end with their scheduler
     try:
         client.sync(client._run, tasks.give_up, saved, on_error="ignore", callback_timeout=60)
     except Exception:  # of a cluster that is gone

@@ -20,6 +20,7 @@ INTERPRETER = 150_000_000  # bytes of a worker that has not read anything
 IN_FLIGHT = 3  # tasks of a worker at once: one reads, one filters, one writes
 SCRATCH_CHUNK = 1 << 20, 1 << 25  # bytes: smaller chunks cost time, larger ones memory
 LONGEST = 64  # steps in a task, more gain nothing
+TASKS_PER_SECOND = 1000  # that the scheduler hands out, see docs/scale.md
 
 
 @dataclasses.dataclass(frozen=True)
@@ -215,7 +216,7 @@ def _candidates(shape: Shape, spatial: int, chunks: Shape, vector: int) -> Itera
     choices = [[min(c, n)] for c, n in zip(chunks[:leading], shape)]
     for axis in range(leading, len(shape)):
         n, c = shape[axis], min(chunks[axis], shape[axis])
-        growth = 1.15 if axis == leading else 1.4
+        growth = 1.2 if axis == leading else 1.5
         counts = {math.ceil(growth ** i) for i in range(100) if growth ** i * c < n}
         choices.append(sorted({*(whole_chunks((m * c,), (n,), (c,), vector if
                                               axis == len(shape) - 1 else 1)[0]
@@ -231,26 +232,29 @@ def _time(block: Shape, k: int, shape: Shape, spatial: int, chunks: Shape, itera
     counts = [-(-n // b) for n, b in zip(shape, block)]
     size = math.prod(block)
 
-    def grown(by: int, chunk: Sequence[int]) -> float:
-        """Elements of a block with `by` more to its inner sides, in whole chunks."""
-        return math.prod(b + 2 * (m - 1) / m * -(-by // c) * c * (i >= leading)
-                         for i, (b, c, m) in enumerate(zip(block, chunk, counts)))
+    def grown(by: Sequence[float]) -> float:
+        """Elements of a block with as many more to its inner sides, along each axis."""
+        return math.prod(b + 2 * (m - 1) / m * d * (i >= leading)
+                         for i, (b, d, m) in enumerate(zip(block, by, counts)))
 
-    ones = (1,) * len(shape)
+    axes = len(shape)
     cuts = sum(b < n for b, n in zip(block[leading + 1:], shape[leading + 1:]))
-    filtering = costs.step * sum(grown(left, ones) for left in range(k)) * (1, 1.1, 1.37)[cuts]
+    # Simpson's rule for the mean over the steps, of what is a cubic at most.
+    held = (grown((0,) * axes) + 4 * grown(((k - 1) / 2,) * axes) + grown((k - 1,) * axes)) / 6
+    filtering = costs.step * k * held * (1, 1.1, 1.37)[cuts]
     rounds = -(-iterations // k)
     turns = -(-math.prod(counts) // room.workers)
     total = 0.0
     for number in range(rounds):
-        reading = (costs.read_source * grown(k, chunks) if number == 0
-                   else costs.read_scratch * grown(k, ones))
+        reading = (costs.read_source * grown([-(-k // c) * c for c in chunks]) if number == 0
+                   else costs.read_scratch * grown((k,) * axes))
         writing = size * (costs.write_target if number == rounds - 1 else costs.write_scratch)
         stages = reading, filtering, writing
         # A step runs on all processors, reading and writing (compressors, mostly) on one each.
         together = max(*stages, filtering + (reading + writing) / room.processors)
         last = sum(stages) + costs.task
         each = last if room.in_flight == 1 else min(together + costs.task, last)
+        each = max(each, room.workers / TASKS_PER_SECOND)
         total += last + (turns - 1) * each
     return total
 

@@ -13,7 +13,7 @@ import numpy
 from diffusefilt._steps import Array
 from diffusefilt.cluster.plan import Index, Shape
 
-WINDOW = 10_000  # tasks that the scheduler knows at once
+WINDOW = 10_000  # tasks that the scheduler knows at once, or two for each thread
 PATIENCE = 60  # seconds without any worker
 
 
@@ -52,12 +52,13 @@ def walk(client: distributed.Client, frontier: Frontier, task: Callable[..., Any
          arguments: tuple[Any, ...], on_result: Callable[[Index, Any], None]) -> None:
     """Runs task(*arguments, round, index) for all rounds of all blocks. Whatever ends it early,
     no task is wanted any more then."""
+    window = max(WINDOW, 2 * sum(client.nthreads().values()))
     waiting = collections.deque(frontier.initial())
     completed = distributed.as_completed(loop=client.loop)
     running: dict[str, tuple[distributed.Future, Index]] = {}
     try:
         while waiting or running:
-            batch = [waiting.popleft() for _ in range(min(len(waiting), WINDOW - len(running)))]
+            batch = [waiting.popleft() for _ in range(min(len(waiting), window - len(running)))]
             if batch:
                 numbers, indexes = zip(*batch)
                 futures = client.map(task, *([a] * len(batch) for a in arguments), numbers,
@@ -88,6 +89,8 @@ def _results(client: distributed.Client, completed: distributed.as_completed,
                 seen = time.monotonic()
             elif time.monotonic() - seen > PATIENCE:
                 raise RuntimeError(f"the cluster has had no workers for {PATIENCE} s")
+    if len(running) > WINDOW // 2:
+        time.sleep(0.05)  # all have enough to do, and to gather many costs hardly more than one
     futures = completed.next_batch(block=False)
     # A worker may be lost between the end of its task and this: Dask then does the task again.
     results = client.gather(futures)
