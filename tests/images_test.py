@@ -32,7 +32,7 @@ def blanks(pipeline, value):
         yield numpy.full((5,) * (pipeline.dimensions - 1) + (width,), value, type_of(pipeline))
 
 
-class Values(unittest.TestCase):
+class KnownValues(unittest.TestCase):
     def expect_middle(self, pipeline, image, threshold, wanted):
         found = pipeline.filtered(image, threshold)[tuple(n // 2 for n in image.shape)]
         self.assertEqual(found.tobytes(), type_of(pipeline)(wanted).tobytes(),
@@ -115,4 +115,4 @@ class Properties(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])
+    unittest.main(argv=sys.argv[:1], failfast=True)

@@ -14,6 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
     if (!support::processorRuns(pipeline.variant.instructionSet)) return 0;
     const char* wrong = trial->run(pipeline, bytes + 1, count - 1);
     if (wrong == nullptr) return 0;
-    std::fprintf(stderr, "%s: %s is not as the model has it\n", pipeline.name, wrong);
+    std::fprintf(stderr, "%s: %s\n", pipeline.name, wrong);
     std::abort();
 }

@@ -13,9 +13,11 @@ int32_t wrapped(int64_t value) {
     return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(value)));
 }
 
-bool isQuery(const halide_buffer_t& buffer) {
-    return buffer.host == nullptr && buffer.device == 0;
-}
+// A closed range of coordinates.
+struct Range {
+    int32_t first;
+    int32_t last;
+};
 
 void nameType(char (&text)[32], int code, int bits, int lanes) {
     static constexpr const char* words[] = {"int", "uint", "float", "handle"};
@@ -77,21 +79,38 @@ struct Ladder {
     }
 };
 
-// A wide input is filtered by whole vectors, so that at least one is touched.
+// What is touched of the output and needed of the input. A wide input is filtered by whole
+// vectors, so that at least one is touched.
 void findRanges(const PipelineVariant& variant, const halide_buffer_t& input,
-                const halide_buffer_t& output, FrameOutcome& outcome) {
+                const halide_buffer_t& output, Range (&needed)[3], Range (&touched)[3]) {
     const bool wide = input.dim[0].extent > variant.lanes();
     for (int d = 0; d < variant.dimensions; ++d) {
         const int64_t end = int64_t{output.dim[d].min} + output.dim[d].extent;
         const int64_t length =
             d == 0 && wide ? std::max(output.dim[0].extent, variant.lanes()) : output.dim[d].extent;
-        const Range out = {wrapped(end - length), wrapped(end - 1)};
         const auto clamped = [highest = wrapped(int64_t{input.dim[d].extent} - 1)](int64_t v) {
             return std::max(std::min(wrapped(v), highest), 0);
         };
-        outcome.output[d] = out;
-        outcome.input[d] = {clamped(int64_t{out.first} - 1), clamped(int64_t{out.last} + 1)};
+        touched[d] = {wrapped(end - length), wrapped(end - 1)};
+        needed[d] = {clamped(int64_t{touched[d].first} - 1), clamped(int64_t{touched[d].last} + 1)};
     }
+}
+
+// The record that a query leaves: dense over the ranges.
+halide_buffer_t answerOf(const PipelineVariant& variant, const halide_buffer_t& asked,
+                         const Range* ranges, halide_dimension_t* dim) {
+    halide_buffer_t answer = {};
+    answer.type = {halide_type_float, static_cast<uint8_t>(variant.elementBits()), 1};
+    answer.dimensions = variant.dimensions;
+    answer.dim = asked.dim;
+    answer.padding = asked.padding;
+    int64_t stride = 1;
+    for (int d = 0; d < variant.dimensions; ++d) {
+        const int32_t extent = wrapped(int64_t{ranges[d].last} - ranges[d].first + 1);
+        dim[d] = {ranges[d].first, extent, wrapped(stride), 0};
+        stride = wrapped(stride * extent);
+    }
+    return answer;
 }
 
 }  // namespace
@@ -109,17 +128,21 @@ FrameOutcome frameOutcome(const PipelineVariant& variant, const halide_buffer_t*
         ladder.fail(-12, "Buffer argument %s is NULL", input == nullptr ? "keyimForType" : bare);
         return outcome;
     }
-    findRanges(variant, *input, *output, outcome);
-    outcome.outputIsQueried = isQuery(*output);
-    outcome.inputIsQueried = isQuery(*input);
-    outcome.filters = !outcome.outputIsQueried && !outcome.inputIsQueried;
+    Range needed[3], touched[3];
+    findRanges(variant, *input, *output, needed, touched);
+    for (const int i : {1, 0}) {
+        const halide_buffer_t& buffer = i == 0 ? *input : *output;
+        outcome.isAsked[i] = buffer.host == nullptr && buffer.device == 0;
+        outcome.filters = outcome.filters && !outcome.isAsked[i];
+        outcome.answer[i] = answerOf(variant, buffer, i == 0 ? needed : touched, outcome.dim[i]);
+    }
 
     ladder.type(out, *output);
     ladder.type(in, *input);
-    ladder.bounds(out, 0, outcome.output[0], output->dim[0]);
+    ladder.bounds(out, 0, touched[0], output->dim[0]);
     for (int d = 0; d < n; ++d) ladder.extent(out, d, output->dim[d].extent);
     for (int d = 0; d < n; ++d) {
-        ladder.bounds(in, d, outcome.input[d], input->dim[d]);
+        ladder.bounds(in, d, needed[d], input->dim[d]);
         ladder.extent(in, d, input->dim[d].extent);
     }
     ladder.stride(bare, output->dim[0].stride);
@@ -127,22 +150,6 @@ FrameOutcome frameOutcome(const PipelineVariant& variant, const halide_buffer_t*
     ladder.host(out, *output);
     ladder.host(in, *input);
     return outcome;
-}
-
-halide_buffer_t answerOf(const PipelineVariant& variant, const halide_buffer_t& queried,
-                         const Range* ranges, halide_dimension_t* dim) {
-    halide_buffer_t answer = {};
-    answer.type = {halide_type_float, static_cast<uint8_t>(variant.elementBits()), 1};
-    answer.dimensions = variant.dimensions;
-    answer.dim = queried.dim;
-    answer.padding = queried.padding;
-    int64_t stride = 1;
-    for (int d = 0; d < variant.dimensions; ++d) {
-        const int32_t extent = wrapped(int64_t{ranges[d].last} - ranges[d].first + 1);
-        dim[d] = {ranges[d].first, extent, wrapped(stride), 0};
-        stride = wrapped(stride * extent);
-    }
-    return answer;
 }
 
 }  // namespace support

@@ -11,29 +11,19 @@
 
 namespace support {
 
-// A closed range of coordinates.
-struct Range {
-    int32_t first;
-    int32_t last;
-};
-
 struct FrameOutcome {
     int status;         // of a call that does not filter
     char message[160];  // empty where nothing is reported
     bool filters;
-    bool outputIsQueried;
-    bool inputIsQueried;
-    Range output[3];  // touched
-    Range input[3];   // needed
+    // Of the input and of the output: whether it is asked for its shape, and what its record holds
+    // then. `dim` of the record stays the caller's.
+    bool isAsked[2];
+    halide_buffer_t answer[2];
+    halide_dimension_t dim[2][3];
 };
 
 // The records must have as many dimensions as the variant. Either may be null.
 FrameOutcome frameOutcome(const diffusefilt::PipelineVariant& variant, const halide_buffer_t* input,
                           const halide_buffer_t* output);
-
-// The record that a query leaves: dense over the ranges. `dim` receives its dimensions.
-halide_buffer_t answerOf(const diffusefilt::PipelineVariant& variant,
-                         const halide_buffer_t& queried, const Range* ranges,
-                         halide_dimension_t* dim);
 
 }  // namespace support

@@ -144,91 +144,66 @@ void FrameTrial::shape(const PipelineVariant& variant, const int32_t* extents, B
     }
 }
 
-// A record that is not asked for its shape cannot be written.
-int FrameTrial::call(const Pipeline& pipeline, bool throughVector, halide_buffer_t* input,
-                     double gradTIn, halide_buffer_t* output, const FrameOutcome& outcome) {
-    const bool same = input == output;
-    for (Record* record : {&input_, &output_}) {
-        const bool isAsked = (record == &output_ && outcome.outputIsQueried) ||
-                             ((record == &input_ || same) && outcome.inputIsQueried);
-        if (isAsked) continue;
-        record->memory.makeReadOnly();
-        record->dimMemory.makeReadOnly();
-    }
-    std::memset(messages, 0, sizeof messages);
-    void* args[] = {input, &gradTIn, output};
-    return throughVector ? pipeline.argv(args) : pipeline.entry(input, gradTIn, output);
-}
-
 const char* FrameTrial::run(const Pipeline& pipeline, const uint8_t* bytes, std::size_t count) {
     const PipelineVariant& variant = pipeline.variant;
     Bytes take(bytes, count);
     const int ways = take.byte();
-    const bool throughVector = ways % 2 == 1;
-    const double gradTIn = take.byte() < 200 ? 2.5 : take.any<double>();
+    RandomCall trial = {};
+    trial.gradTIn = take.byte() < 200 ? 2.5 : take.any<double>();
+    trial.content = Content::noise;
     const int32_t extents[] = {1 + take.byte() % (3 * variant.lanes() + 5), 1 + take.byte() % 6,
                                1 + take.byte() % 4};
     shape(variant, extents, take, input_);
     shape(variant, extents, take, output_);
+    trial.inputPlacement = trial.outputPlacement = static_cast<Placement>(take.byte() % placements);
     halide_buffer_t* const output = ways / 2 % 32 == 9 ? nullptr : output_.buffer;
     halide_buffer_t* const input = ways / 2 % 32 == 11   ? nullptr
                                    : ways / 2 % 32 == 13 ? output
                                                          : input_.buffer;
-
     const FrameOutcome outcome = frameOutcome(variant, input, output);
+    // A record that is not asked for its shape cannot be written.
+    const auto enter = [&] {
+        for (Record* record : {&input_, &output_}) {
+            if (outcome.isAsked[0] && record->buffer == input) continue;
+            if (outcome.isAsked[1] && record->buffer == output) continue;
+            record->memory.makeReadOnly();
+            record->dimMemory.makeReadOnly();
+        }
+        std::memset(messages, 0, sizeof messages);
+        void* args[] = {input, &trial.gradTIn, output};
+        return ways % 2 == 1 ? pipeline.argv(args) : pipeline.entry(input, trial.gradTIn, output);
+    };
     if (outcome.filters) {
-        if (input == output) return nullptr;
-        const auto placement = static_cast<Placement>(take.byte() % placements);
-        return variant.elementBits() == 32
-                   ? filter<float>(pipeline, throughVector, gradTIn, outcome, placement)
-                   : filter<double>(pipeline, throughVector, gradTIn, outcome, placement);
+        trial.input = shapeOf(variant.dimensions, input->dim);
+        trial.output = shapeOf(variant.dimensions, output->dim);
+        if (input == output || !canBeFiltered(trial.output) || !hasSeparateElements(trial.output) ||
+            !canBeFiltered(neededOf(trial))) {
+            return nullptr;
+        }
+        ++filtered_;
+        const auto filter = [&](const auto& from, const auto& to) {
+            input->host = reinterpret_cast<uint8_t*>(reinterpret_cast<uintptr_t>(from.host));
+            output->host = reinterpret_cast<uint8_t*>(to.host);
+            const int status = enter();
+            return messages[0] != '\0' ? 1 : status;
+        };
+        return variant.elementBits() == 32 ? comparison_.run<float>(variant, trial, filter)
+                                           : comparison_.run<double>(variant, trial, filter);
     }
-    // What the records hold afterwards; the input's answer comes last.
-    halide_buffer_t wanted[2];
-    halide_dimension_t wantedDim[2][3];
-    const Record* const records[] = {input == output ? &output_ : &input_, &output_};
-    for (int i = 0; i < 2; ++i) {
-        const bool isInput = i == 0 || input == output;
-        wanted[i] = *records[i]->buffer;
-        std::copy_n(records[i]->dim, variant.dimensions, wantedDim[i]);
-        if (isInput ? outcome.inputIsQueried : outcome.outputIsQueried) {
-            wanted[i] = answerOf(variant, wanted[i], isInput ? outcome.input : outcome.output,
-                                 wantedDim[i]);
+    ++(outcome.isAsked[0] || outcome.isAsked[1] ? answered_ : refused_);
+    if (enter() != outcome.status) return "the status is not as the model has it";
+    if (std::strcmp(messages, outcome.message) != 0)
+        return "the message is not as the model has it";
+    for (const int i : {0, 1}) {  // of one record for both, the input's answer comes last
+        const halide_buffer_t* const found = i == 0 ? input : output;
+        if (!outcome.isAsked[i] || (i == 1 && input == output)) continue;
+        const std::size_t bytesOfDim = sizeof(halide_dimension_t) * std::size_t(variant.dimensions);
+        if (std::memcmp(found, &outcome.answer[i], sizeof *found) != 0 ||
+            std::memcmp(found->dim, outcome.dim[i], bytesOfDim) != 0) {
+            return "an answered record is not as the model has it";
         }
     }
-    ++(outcome.inputIsQueried || outcome.outputIsQueried ? answered_ : refused_);
-    if (call(pipeline, throughVector, input, gradTIn, output, outcome) != outcome.status) {
-        return "the status";
-    }
-    if (std::strcmp(messages, outcome.message) != 0) return "the message";
-    for (int i = 0; i < 2; ++i) {
-        if (std::memcmp(records[i]->buffer, &wanted[i], sizeof wanted[i]) != 0) return "a record";
-        const std::size_t bytesOfDim = sizeof(halide_dimension_t) * std::size_t(variant.dimensions);
-        if (std::memcmp(records[i]->dim, wantedDim[i], bytesOfDim) != 0) return "its dimensions";
-    }
     return nullptr;
-}
-
-template <class T>
-const char* FrameTrial::filter(const Pipeline& pipeline, bool throughVector, double gradTIn,
-                               const FrameOutcome& outcome, Placement placement) {
-    RandomCall trial = {};
-    trial.input = shapeOf(pipeline.variant.dimensions, input_.dim);
-    trial.output = shapeOf(pipeline.variant.dimensions, output_.dim);
-    trial.gradTIn = gradTIn;
-    trial.content = Content::noise;
-    trial.inputPlacement = trial.outputPlacement = placement;
-    if (!canBeFiltered(trial.output) || !hasSeparateElements(trial.output)) return nullptr;
-    if (!canBeFiltered(neededOf(trial))) return nullptr;
-    ++filtered_;
-    const auto enter = [&](const auto& from, const auto& to) {
-        input_.buffer->host = reinterpret_cast<uint8_t*>(const_cast<T*>(from.host));
-        output_.buffer->host = reinterpret_cast<uint8_t*>(to.host);
-        const int status =
-            call(pipeline, throughVector, input_.buffer, gradTIn, output_.buffer, outcome);
-        return messages[0] != '\0' ? 1 : status;
-    };
-    return comparison_.run<T>(pipeline.variant, trial, enter);
 }
 
 }  // namespace support

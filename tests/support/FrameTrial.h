@@ -39,11 +39,6 @@ private:
 
     void shape(const diffusefilt::PipelineVariant& variant, const int32_t* extents, Bytes& bytes,
                Record& record);
-    int call(const Pipeline& pipeline, bool throughVector, halide_buffer_t* input, double gradTIn,
-             halide_buffer_t* output, const FrameOutcome& outcome);
-    template <class T>
-    const char* filter(const Pipeline& pipeline, bool throughVector, double gradTIn,
-                       const FrameOutcome& outcome, Placement placement);
 
     Record input_;
     Record output_;
