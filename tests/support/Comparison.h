@@ -93,30 +93,29 @@ private:
     template <class T>
     const char* tell(const reference::View<T>& output, const T* place, T wanted) {
         const auto at = place - output.host;
-        int length = std::snprintf(text_, sizeof text_, "no element, %+lld places off the first",
-                                   static_cast<long long>(at));
+        long long x = 0, y = 0, z = 0;
+        bool isElement = false;
         reference::forEachElement(output, [&](const auto& i, int64_t offset) {
             if (offset != at) return;
-            const auto coordinate = [&](int d) { return int64_t{output.min[d]} + i[d]; };
-            length = std::snprintf(text_, sizeof text_, "the element at (%lld, %lld",
-                                   static_cast<long long>(coordinate(0)),
-                                   static_cast<long long>(coordinate(1)));
-            if (output.dimensions == 3) {
-                length += std::snprintf(text_ + length, sizeof text_ - length, ", %lld",
-                                        static_cast<long long>(coordinate(2)));
-            }
-            text_[length++] = ')';
+            isElement = true;
+            x = int64_t{output.min[0]} + i[0];
+            y = int64_t{output.min[1]} + i[1];
+            z = output.dimensions == 3 ? int64_t{output.min[2]} + i[2] : 0;
         });
-        std::snprintf(
-            text_ + length, sizeof text_ - length, " is 0x%0*llx (%.17g), wanted 0x%0*llx (%.17g)",
-            int(2 * sizeof(T)), static_cast<unsigned long long>(bitsOf(*place)), double(*place),
-            int(2 * sizeof(T)), static_cast<unsigned long long>(bitsOf(wanted)), double(wanted));
+        constexpr int digits = 2 * sizeof(T);
+        std::snprintf(text_, sizeof text_,
+                      "%s (%lld, %lld, %lld), %+lld from the first, is 0x%0*llx (%.17g), "
+                      "wanted 0x%0*llx (%.17g)",
+                      isElement ? "the element at" : "no element", x, y, z,
+                      static_cast<long long>(at), digits,
+                      static_cast<unsigned long long>(bitsOf(*place)), double(*place), digits,
+                      static_cast<unsigned long long>(bitsOf(wanted)), double(wanted));
         return text_;
     }
 
     GuardedBuffer input_;
     GuardedBuffer output_;
-    char text_[240];
+    char text_[280];
 };
 
 }  // namespace support

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <iomanip>
 #include <limits>
-#include <sstream>
+#include <utility>
 
 #include "RandomNumbers.h"
 
@@ -52,13 +51,13 @@ void placeOutput(RandomNumbers& random, int32_t inputExtent, int32_t& min, int32
     if (random.chance(2)) min += random.chance(50) ? 1000000000 : -1000000000;
 }
 
-// The mins with which the input still holds what the output needs of it.
-int32_t inputMin(RandomNumbers& random, int32_t inputExtent, int32_t outMin, int32_t outExtent) {
-    if (random.chance(60)) return 0;
-    const auto clamped = [&](int32_t v) { return std::max(std::min(v, inputExtent - 1), 0); };
-    const int32_t lowest = clamped(outMin - 1);
-    const int32_t highest = clamped(outMin + outExtent);
-    return random.between(highest - inputExtent + 1, lowest);
+// The first and the last coordinate of the input that a call needs.
+std::pair<int32_t, int32_t> neededAlong(int d, const RandomCall& call) {
+    const auto clamped = [&](int64_t v) {
+        return int32_t(std::clamp(v, int64_t{0}, int64_t{call.input.extent[d]} - 1));
+    };
+    const int64_t first = call.output.min[d];
+    return {clamped(first - 1), clamped(first + call.output.extent[d])};
 }
 
 void chooseExtents(RandomNumbers& random, int lanes, RandomCall& call) {
@@ -79,7 +78,9 @@ void chooseExtents(RandomNumbers& random, int lanes, RandomCall& call) {
         } else if (random.chance(2)) {
             out.extent[d] = 0;
         }
-        in.min[d] = inputMin(random, in.extent[d], out.min[d], out.extent[d]);
+        if (random.chance(60)) continue;
+        const auto [first, last] = neededAlong(d, call);
+        in.min[d] = random.between(last - in.extent[d] + 1, first);
     }
 }
 
@@ -158,12 +159,9 @@ Span spanOf(const Shape& shape) {
 Shape neededOf(const RandomCall& call) {
     Shape needed = call.input;
     for (int d = 0; d < needed.dimensions; ++d) {
-        const auto clamped = [&](int64_t v) {
-            return int32_t(std::clamp(v, int64_t{0}, int64_t{call.input.extent[d]} - 1));
-        };
-        const int64_t first = call.output.min[d];
-        needed.min[d] = clamped(first - 1);
-        needed.extent[d] = clamped(first + call.output.extent[d]) - needed.min[d] + 1;
+        const auto [first, last] = neededAlong(d, call);
+        needed.min[d] = first;
+        needed.extent[d] = last - first + 1;
     }
     return needed;
 }
@@ -195,19 +193,5 @@ void fillContent(const RandomCall& call, T* lowest, int64_t count) {
 
 template void fillContent(const RandomCall&, float*, int64_t);
 template void fillContent(const RandomCall&, double*, int64_t);
-
-std::string describe(const RandomCall& call) {
-    std::ostringstream text;
-    for (const Shape* shape : {&call.input, &call.output}) {
-        text << (shape == &call.input ? "input" : ", output");
-        for (int d = 0; d < shape->dimensions; ++d) {
-            text << " [" << shape->min[d] << " +" << shape->extent[d] << " stride "
-                 << shape->stride[d] << "]";
-        }
-    }
-    text << ", gradTIn " << std::setprecision(17) << call.gradTIn
-         << (call.inLine ? ", in line" : "");
-    return text.str();
-}
 
 }  // namespace support

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 #include "reference/Reference.h"
 #include "support/GuardedBuffer.h"
@@ -48,7 +47,5 @@ RandomCall makeRandomCall(uint64_t seed, int dimensions, int lanes);
 // Fills the input's memory, gaps included.
 template <class T>
 void fillContent(const RandomCall& call, T* lowest, int64_t count);
-
-std::string describe(const RandomCall& call);
 
 }  // namespace support
