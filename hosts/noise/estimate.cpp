@@ -125,33 +125,26 @@ void appendCoefficients(const halide_buffer_t& buffer, std::vector<double>& coef
 
 using Append = void (*)(const halide_buffer_t&, std::vector<double>&);
 
+template <typename Of8, typename Of16, typename Of32, typename Of64>
+Append appendForIntegers(int bits) {
+    if (bits == 8) return appendCoefficients<Of8>;
+    if (bits == 16) return appendCoefficients<Of16>;
+    if (bits == 32) return appendCoefficients<Of32>;
+    return bits == 64 ? appendCoefficients<Of64> : nullptr;
+}
+
 // Null for a type that is not known.
 Append appendFor(const halide_type_t& type) {
     if (type.lanes != 1) return nullptr;
-    switch (type.code * 100 + type.bits) {
-        case halide_type_int * 100 + 8:
-            return appendCoefficients<std::int8_t>;
-        case halide_type_int * 100 + 16:
-            return appendCoefficients<std::int16_t>;
-        case halide_type_int * 100 + 32:
-            return appendCoefficients<std::int32_t>;
-        case halide_type_int * 100 + 64:
-            return appendCoefficients<std::int64_t>;
-        case halide_type_uint * 100 + 8:
-            return appendCoefficients<std::uint8_t>;
-        case halide_type_uint * 100 + 16:
-            return appendCoefficients<std::uint16_t>;
-        case halide_type_uint * 100 + 32:
-            return appendCoefficients<std::uint32_t>;
-        case halide_type_uint * 100 + 64:
-            return appendCoefficients<std::uint64_t>;
-        case halide_type_float * 100 + 32:
-            return appendCoefficients<float>;
-        case halide_type_float * 100 + 64:
-            return appendCoefficients<double>;
-        default:
-            return nullptr;
+    if (type.code == halide_type_int) {
+        return appendForIntegers<std::int8_t, std::int16_t, std::int32_t, std::int64_t>(type.bits);
     }
+    if (type.code == halide_type_uint) {
+        return appendForIntegers<std::uint8_t, std::uint16_t, std::uint32_t, std::uint64_t>(
+            type.bits);
+    }
+    if (type == halide_type_of<float>()) return appendCoefficients<float>;
+    return type == halide_type_of<double>() ? appendCoefficients<double> : nullptr;
 }
 
 // The median of values above or at 0 that may be rounded: those equal to it are taken as spread
