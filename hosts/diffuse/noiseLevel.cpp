@@ -24,14 +24,14 @@ View viewOfChannel(const Picture& picture, int index) {
 }  // namespace
 
 double noiseSigma(const Picture& picture) {
+    const int count = picture.filteredChannels();
     std::vector<View> views;
-    for (int c = 0; c < picture.filteredChannels(); ++c) {
-        views.push_back(viewOfChannel(picture, c));
-    }
+    views.reserve(count);
+    for (int c = 0; c < count; ++c) views.push_back(viewOfChannel(picture, c));
     std::vector<halide_buffer_t> channels;
+    channels.reserve(count);
     for (const View& view : views) channels.push_back(view.record());
-    const double sigma =
-        diffusefilt_noise_sigma(channels.data(), static_cast<int>(channels.size()));
+    const double sigma = diffusefilt_noise_sigma(channels.data(), count);
     if (std::isnan(sigma)) throw std::bad_alloc();
     return sigma;
 }
