@@ -108,8 +108,8 @@ def main():
     costs = Costs(*options.costs[:4], options.costs[4] / options.processors)
     block = options.block and plans.whole_chunks(options.block, options.shape, options.chunks, 8)
     plan = plans.choose(options.shape, 3, options.chunks, itemsize,
-                        math.prod(options.chunks) * itemsize, options.steps, room, costs,
-                        block=block, steps_per_task=options.steps_per_task)
+                        options.steps, room, costs, block=block,
+                        steps_per_task=options.steps_per_task)
     seconds, tasks = play(plan, options)
     volume = math.prod(options.shape) * itemsize
     blocks = math.prod(plan.grid)

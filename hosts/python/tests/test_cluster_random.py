@@ -65,7 +65,7 @@ class Cluster:
         self.processes = [subprocess.Popen([*cli, *command.split(), file], **quiet) for command in (
             "distributed.cli.dask_scheduler --port=0 --interface=lo --dashboard-address=127.0.0.1:0",
             "distributed.cli.dask_worker --nworkers=2 --nthreads=3 --interface=lo --no-dashboard "
-            f"--death-timeout=5 --local-directory={name}")]
+            f"--death-timeout=60 --local-directory={name}")]
         while not os.path.exists(name + ".json"):
             time.sleep(0.05)
         with distributed.Client(scheduler_file=name + ".json") as client:

@@ -167,11 +167,16 @@ class _Progress:
     where the output is no terminal."""
 
     def __init__(self) -> None:
-        self._began, self._first, self._tenth, self._shown = time.monotonic(), 0, 0, 0.0
+        self._first: Optional[int] = None
+        self._began = self._shown = time.monotonic()
+        self._tenth = 0
         self._terminal = sys.stderr.isatty()
 
     def __call__(self, done: int, total: int) -> None:
         now = time.monotonic()
+        if self._first is None:  # what an earlier call has done says nothing of this one's speed
+            self._first, self._began, self._tenth = done, now, done * 10 // total
+            return
         last = done == total
         if self._terminal:
             if now - self._shown < 0.1 and not last:
@@ -180,7 +185,7 @@ class _Progress:
         elif done * 10 // total == self._tenth:
             return
         self._tenth = done * 10 // total
-        rate = done / max(now - self._began, 1e-9)
+        rate = (done - self._first) / max(now - self._began, 1e-9)
         text = (f"{100 * done // total:3d} %, {rate / 1e6:.1f} million elements x steps/s, "
                 f"{_duration((total - done) / rate)} to go")
         if self._terminal:
