@@ -18,7 +18,8 @@ def random_plan(rng):
     wanted = None
     if rng.random() < 0.5:
         wanted = plans.whole_chunks([rng.randint(1, 60) for _ in shape], shape, chunks, 8)
-    return chunks, plans.choose(shape, spatial, chunks, 4, rng.randint(1, 40), room, Costs(), block=wanted,
+    return chunks, plans.choose(shape, spatial, chunks, 4, rng.randint(1, 40), room, Costs(),
+                                block=wanted,
                                 steps_per_task=rng.choice((None, rng.randint(1, 20))))
 
 
