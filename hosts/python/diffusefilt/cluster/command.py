@@ -42,7 +42,8 @@ def main(arguments: Optional[list[str]] = None) -> int:
     with _signals_raise() as arrived:
         try:
             with _client_of(options) as client:
-                _tell_dashboard(client)
+                if options.scheduler or has_dashboard():
+                    print(f"dashboard: {client.dashboard_link}", file=sys.stderr, flush=True)
                 report = filter_store(
                     options.source, options.target, options.threshold, options.iterations,
                     options.connectivity, options.conduction, options.instruction_set,
@@ -111,12 +112,12 @@ def _signals_raise() -> Iterator[list[int]]:
             arrived.append(number)
             raise Interrupted
 
-    handlers = [signal.signal(number, receive) for number in SIGNALS
-                if signal.getsignal(number) is not signal.SIG_IGN]
+    handlers = {number: signal.signal(number, receive) for number in SIGNALS
+                if signal.getsignal(number) is not signal.SIG_IGN}
     try:
         yield arrived
     finally:
-        for number, handler in zip(SIGNALS, handlers):
+        for number, handler in handlers.items():
             signal.signal(number, handler)
 
 
@@ -155,11 +156,6 @@ def _client_of(options: argparse.Namespace) -> Iterator[distributed.Client]:
         raise
     finally:
         shutil.rmtree(folder, ignore_errors=True)
-
-
-def _tell_dashboard(client: distributed.Client) -> None:
-    if "dashboard" in client.scheduler_info().get("services", {}) and has_dashboard():
-        print(f"dashboard: {client.dashboard_link}", file=sys.stderr, flush=True)
 
 
 class _Progress:
