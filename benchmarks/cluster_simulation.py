@@ -108,22 +108,23 @@ def main():
     costs = Costs(*options.costs[:4], options.costs[4] / options.processors)
     block = options.block and plans.whole_chunks(options.block, options.shape, options.chunks, 8)
     plan = plans.choose(options.shape, 3, options.chunks, itemsize,
-                        math.prod(options.chunks) * itemsize, options.steps, room, costs,
-                        block=block, steps_per_task=options.steps_per_task)
+                        options.steps, room, costs, block=block,
+                        steps_per_task=options.steps_per_task)
     seconds, tasks = play(plan, options)
     volume = math.prod(options.shape) * itemsize
     blocks = math.prod(plan.grid)
     files = math.prod(-(-n // c) for n, c in zip(plan.shape, plan.scratch_chunks))
+    whole = math.prod(options.shape) / math.prod(plan.block)  # blocks, if none were cut short
     moved = [stages(plan, options, number)[3:] for number in range(len(plan.steps))]
     figures = {
         "block": " x ".join(map(str, plan.block)), "blocks": f"{blocks:,}",
         "rounds": len(plan.steps), "steps in a task": plan.steps[0], "tasks": f"{tasks:,}",
         "computed": f"{plan.work:.2f}",
-        "volumes read": f"{sum(r for r, _ in moved) * blocks / volume:.2f}",
-        "volumes written": f"{sum(w for _, w in moved) * blocks / volume:.2f}",
+        "volumes read": f"{sum(r for r, _ in moved) * whole / volume:.2f}",
+        "volumes written": f"{sum(w for _, w in moved) * whole / volume:.2f}",
         "files between rounds": f"{files if len(plan.steps) > 1 else 0:,}",
         "scheduler": f"{tasks / options.tasks_per_second:.0f} s",
-        "store": f"{sum(map(sum, moved)) * blocks / options.store:.0f} s",
+        "store": f"{sum(map(sum, moved)) * whole / options.store:.0f} s",
         "time": f"{seconds:.0f} s",
     }
     if options.row:

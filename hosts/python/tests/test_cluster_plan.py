@@ -18,8 +18,8 @@ def random_plan(rng):
     wanted = None
     if rng.random() < 0.5:
         wanted = plans.whole_chunks([rng.randint(1, 60) for _ in shape], shape, chunks, 8)
-    return chunks, plans.choose(shape, spatial, chunks, 4, math.prod(chunks) * 4,
-                                rng.randint(1, 40), room, Costs(), block=wanted,
+    return chunks, plans.choose(shape, spatial, chunks, 4, rng.randint(1, 40), room, Costs(),
+                                block=wanted,
                                 steps_per_task=rng.choice((None, rng.randint(1, 20))))
 
 
@@ -50,15 +50,14 @@ class Plans(unittest.TestCase):
     def test_memory_decides_between_slabs_and_blocks(self):
         shape, chunks = (2048, 2048, 2048), (64, 64, 64)  # a plane has 16 MiB
         for memory, cut in ((3e10, (True, False, False)), (1e9, (True, True, None))):
-            plan = plans.choose(shape, 3, chunks, 4, 2**20, 16, Room(8, int(memory), 3, 1),
-                                Costs())
+            plan = plans.choose(shape, 3, chunks, 4, 16, Room(8, int(memory), 3, 1), Costs())
             found = [b < n for b, n in zip(plan.block, shape)]
             self.assertTrue(all(c is None or c == f for c, f in zip(cut, found)), plan)
-            self.assertLess(plans.memory_of(plan.block, max(plan.steps), shape, 3, 4, 2**20, 3),
+            self.assertLess(plans.memory_of(plan.block, max(plan.steps), shape, chunks, 3, 4, 3),
                             0.75 * memory)
 
     def test_costs_decide_the_steps_of_a_task(self):
-        steps = [max(plans.choose((4096,) * 3, 3, (64,) * 3, 4, 2**20, 64, Room(64, int(4e9), 3, 1),
+        steps = [max(plans.choose((4096,) * 3, 3, (64,) * 3, 4, 64, Room(64, int(4e9), 3, 1),
                                   Costs(write_scratch=w, read_scratch=w)).steps)
                  for w in (1e-11, 1e-9, 1e-7)]
         self.assertTrue(steps[0] < steps[1] < steps[2], steps)

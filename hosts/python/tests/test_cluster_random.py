@@ -19,6 +19,7 @@ from diffusefilt.cluster import filter_store
 
 LONG = bool(os.environ.get("DIFFUSEFILT_LONG"))
 VICTIMS = os.environ.get("DIFFUSEFILT_VICTIMS", "client worker scheduler own").split()
+WORKING = 10  # seconds are counted from the begin of work on, those beyond this from the begin
 SEED = int(os.environ.get("DIFFUSEFILT_SEED", "1"))
 
 
@@ -63,9 +64,10 @@ class Cluster:
         cli, file = [sys.executable, "-m"], f"--scheduler-file={name}.json"
         quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
         self.processes = [subprocess.Popen([*cli, *command.split(), file], **quiet) for command in (
-            "distributed.cli.dask_scheduler --port=0 --interface=lo --dashboard-address=127.0.0.1:0",
+            "distributed.cli.dask_scheduler --port=0 --interface=lo "
+            "--dashboard-address=127.0.0.1:0",
             "distributed.cli.dask_worker --nworkers=2 --nthreads=3 --interface=lo --no-dashboard "
-            f"--death-timeout=5 --local-directory={name}")]
+            f"--death-timeout=60 --local-directory={name}")]
         while not os.path.exists(name + ".json"):
             time.sleep(0.05)
         with distributed.Client(scheduler_file=name + ".json") as client:
@@ -86,10 +88,14 @@ class Kills(InFolder):
         """Its output; `pids` of None are its own."""
         run = subprocess.Popen([*self.command, *options], stdout=subprocess.PIPE,
                                stderr=subprocess.STDOUT, text=True,
-                               env={**os.environ, "DASK_DISTRIBUTED__COMM__TIMEOUTS__CONNECT": "5s"})
+                               env={**os.environ,
+                                    "DASK_DISTRIBUTED__COMM__TIMEOUTS__CONNECT": "5s"})
         try:
+            # Most while it works, some while it begins.
+            while delay < WORKING and run.poll() is None and not os.path.exists("out.zarr"):
+                time.sleep(0.01)
             with contextlib.suppress(subprocess.TimeoutExpired):
-                run.wait(delay)
+                run.wait(delay % WORKING)
             with contextlib.suppress(ProcessLookupError):
                 os.kill(pids or run.pid, kind)
             return run.communicate(timeout=100)[0]
@@ -107,8 +113,8 @@ class Kills(InFolder):
         for number in range(50 if LONG else 3):
             victim = VICTIMS[number % len(VICTIMS)]
             kind = rng.choice((signal.SIGTERM, signal.SIGINT, signal.SIGKILL))
-            delay = rng.uniform(1.2, 6)
-            case = f"kill {number} of seed {SEED}: {victim} {kind.name} after {delay:.2f} s"
+            delay = rng.uniform(0, 5) + WORKING * (rng.random() < 0.2)
+            case = f"kill {number} of seed {SEED}: {victim} {kind.name} after {delay:.2f}"
             options, pid = [], None
             with contextlib.ExitStack() as opened:
                 if victim != "own":  # the client with a cluster of its own
@@ -128,7 +134,8 @@ class Kills(InFolder):
                 self.assertEqual((last.returncode, "Error" in last.stderr), (0, False),
                                  (case, last.stderr))
             if LONG:
-                print(case, "done" if ".zarray" in done else "resumed", output.splitlines()[-1:], flush=True)
+                print(case, "done" if ".zarray" in done else "resumed", output.splitlines()[-1:],
+                      flush=True)
             self.assertTrue((content() == expected).all(), case)
             self.assertNotIn(".partial", os.listdir("out.zarr"), case)
             self.expect_only("in.zarr", "out.zarr")

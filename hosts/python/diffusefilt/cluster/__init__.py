@@ -21,9 +21,25 @@ Until the result is whole, its folder holds no metadata, so nobody takes it for 
 folder .partial with the job. No round writes where an earlier one has written, so a task that Dask
 repeats after it lost a worker, or that a lost worker goes on with, changes nothing.
 """
-from diffusefilt.cluster.command import main
-from diffusefilt.cluster.filtering import filter_store
-from diffusefilt.cluster.local import local_client
-from diffusefilt.cluster.report import Report, Tally
+from __future__ import annotations
+
+import importlib
+from typing import TYPE_CHECKING, Any
+
+if TYPE_CHECKING:
+    from diffusefilt.cluster.command import main
+    from diffusefilt.cluster.filtering import filter_store
+    from diffusefilt.cluster.local import local_client
+    from diffusefilt.cluster.report import Report, Tally
 
 __all__ = ["Report", "Tally", "filter_store", "local_client", "main"]
+
+_MODULES = {"Report": "report", "Tally": "report", "filter_store": "filtering",
+            "local_client": "local", "main": "command"}
+
+
+def __getattr__(name: str) -> Any:
+    """Dask takes a second to import. The command line first sees to signals."""
+    if name not in _MODULES:
+        raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
+    return getattr(importlib.import_module(f"{__name__}.{_MODULES[name]}"), name)

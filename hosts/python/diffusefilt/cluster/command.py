@@ -42,7 +42,8 @@ def main(arguments: Optional[list[str]] = None) -> int:
     with _signals_raise() as arrived:
         try:
             with _client_of(options) as client:
-                _tell_dashboard(client)
+                if options.scheduler or has_dashboard():
+                    print(f"dashboard: {client.dashboard_link}", file=sys.stderr, flush=True)
                 report = filter_store(
                     options.source, options.target, options.threshold, options.iterations,
                     options.connectivity, options.conduction, options.instruction_set,
@@ -111,12 +112,12 @@ def _signals_raise() -> Iterator[list[int]]:
             arrived.append(number)
             raise Interrupted
 
-    handlers = [signal.signal(number, receive) for number in SIGNALS
-                if signal.getsignal(number) is not signal.SIG_IGN]
+    handlers = {number: signal.signal(number, receive) for number in SIGNALS
+                if signal.getsignal(number) is not signal.SIG_IGN}
     try:
         yield arrived
     finally:
-        for number, handler in zip(SIGNALS, handlers):
+        for number, handler in handlers.items():
             signal.signal(number, handler)
 
 
@@ -157,21 +158,21 @@ def _client_of(options: argparse.Namespace) -> Iterator[distributed.Client]:
         shutil.rmtree(folder, ignore_errors=True)
 
 
-def _tell_dashboard(client: distributed.Client) -> None:
-    if "dashboard" in client.scheduler_info().get("services", {}) and has_dashboard():
-        print(f"dashboard: {client.dashboard_link}", file=sys.stderr, flush=True)
-
-
 class _Progress:
     """A bar with elements times steps per second and the time to go; lines, one for each tenth,
     where the output is no terminal."""
 
     def __init__(self) -> None:
-        self._began, self._first, self._tenth, self._shown = time.monotonic(), 0, 0, 0.0
+        self._first: Optional[int] = None
+        self._began = self._shown = time.monotonic()
+        self._tenth = 0
         self._terminal = sys.stderr.isatty()
 
     def __call__(self, done: int, total: int) -> None:
         now = time.monotonic()
+        if self._first is None:  # what an earlier call has done says nothing of this one's speed
+            self._first, self._began, self._tenth = done, now, done * 10 // total
+            return
         last = done == total
         if self._terminal:
             if now - self._shown < 0.1 and not last:
@@ -180,7 +181,7 @@ class _Progress:
         elif done * 10 // total == self._tenth:
             return
         self._tenth = done * 10 // total
-        rate = done / max(now - self._began, 1e-9)
+        rate = (done - self._first) / max(now - self._began, 1e-9)
         text = (f"{100 * done // total:3d} %, {rate / 1e6:.1f} million elements x steps/s, "
                 f"{_duration((total - done) / rate)} to go")
         if self._terminal:

@@ -62,7 +62,8 @@ def filter_store(source: str, target: str, threshold: float, iterations: int,
     resume: goes on with a target that an earlier call with the same source and parameters left
         unfinished, with its blocks, scratch and instruction set; and this call leaves one if it
         is interrupted or fails. Without it, a call that fails removes what it has written.
-    progress: called with (done, total), both in elements times steps, after each task.
+    progress: called with (done, total), both in elements times steps, at
+        the start and after each task.
 
     Returns a Report. Errors: FileExistsError if `target` exists and cannot be gone on with;
     MemoryError, with figures and before anything is read, if no block fits into a worker;
@@ -121,6 +122,8 @@ def _run(client: distributed.Client, found: Source, question: Question, left: Op
          scratch_compressor: Optional[str], resume: bool, progress: Optional[Progress]) -> Report:
     room = _room(client)
     if left is not None:
+        plans.require_room(left.plan.block, max(left.plan.steps), found.shape, found.chunks,
+                           found.spatial, numpy.dtype(question.arithmetic).itemsize, room)
         return _work(client, left, True, resume, progress)
     if instruction_set == "auto":
         best = client.run(best_instruction_set).values()
@@ -180,10 +183,9 @@ def _chooser(found: Source, question: Question, room: Room, slabs: Optional[int]
             raise ValueError(f"block must have {len(found.shape)} extents of at least 1, "
                              f"not {tuple(wanted)}")
         block = plans.whole_chunks(wanted, found.shape, found.chunks, vector)
-    chunk_bytes = math.prod(found.chunks) * max(found.dtype.itemsize, itemsize)
 
     def choose(costs: Costs) -> Plan:
-        return plans.choose(found.shape, found.spatial, found.chunks, itemsize, chunk_bytes,
+        return plans.choose(found.shape, found.spatial, found.chunks, itemsize,
                             question.iterations, room, costs, block=block,
                             steps_per_task=steps_per_task)
     return choose
@@ -246,6 +248,9 @@ def _filter(client: distributed.Client, job: Job, arguments: tuple[str, str, str
     total = math.prod(plan.shape) * sum(plan.steps)
     finished = sum(plan.at(index).size * sum(plan.steps[:done[index]])
                    for index in numpy.ndindex(*plan.grid)) if resumed else 0
+
+    if progress is not None:
+        progress(finished, total)
 
     # After the last of several rounds one more deletes what the last but one has left.
     sweeps = job.rounds > 1

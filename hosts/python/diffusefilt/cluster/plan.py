@@ -153,15 +153,27 @@ def scratch_chunks(shape: Shape, spatial: int, block: Shape, steps: int, itemsiz
     return tuple(chunks)
 
 
-def memory_of(block: Shape, steps: int, shape: Shape, spatial: int, itemsize: int,
-              chunk_bytes: int, in_flight: int) -> int:
+def memory_of(block: Shape, steps: int, shape: Shape, chunks: Shape, spatial: int,
+              itemsize: int, in_flight: int) -> int:
     """Bytes that a worker needs: each task holds what it read or what it writes, the one that
     filters both, and reading or writing holds chunks, their compressed bytes and a buffer of the
     compressor."""
     leading = len(shape) - spatial
     held = math.prod(min(b + (2 * steps if i >= leading else 0), n)
                      for i, (b, n) in enumerate(zip(block, shape)))
-    return INTERPRETER + held * itemsize * (in_flight + 1) + 3 * chunk_bytes
+    return INTERPRETER + (held * (in_flight + 1) + 3 * math.prod(chunks)) * itemsize
+
+
+def require_room(block: Shape, steps: int, shape: Shape, chunks: Shape, spatial: int,
+                 itemsize: int, room: Room) -> None:
+    """MemoryError, with figures, if a worker cannot hold the tasks that it runs at once."""
+    need = memory_of(block, steps, shape, chunks, spatial, itemsize, room.in_flight)
+    if need > available(room):
+        raise MemoryError(
+            f"a worker needs {need / 1e6:.0f} MB for blocks of {_by(block)} elements, chunks of "
+            f"{_by(chunks)}, {steps} steps in a task and {room.in_flight} tasks at once; it has "
+            f"{available(room) / 1e6:.0f} MB, three quarters of its limit of "
+            f"{(room.memory or 0) / 1e6:.0f} MB")
 
 
 def available(room: Room) -> float:
@@ -169,14 +181,13 @@ def available(room: Room) -> float:
     return math.inf if room.memory is None else 0.75 * room.memory
 
 
-def choose(shape: Shape, spatial: int, chunks: Shape, itemsize: int, chunk_bytes: int,
-           iterations: int, room: Room, costs: Costs, *, block: Optional[Shape] = None,
+def choose(shape: Shape, spatial: int, chunks: Shape, itemsize: int, iterations: int,
+           room: Room, costs: Costs, *, block: Optional[Shape] = None,
            steps_per_task: Optional[int] = None) -> Plan:
     """The plan that `costs` say is done first, among those that fit into memory.
 
     chunks: of the array; blocks are of whole chunks. itemsize: of an element while it is
-    filtered. chunk_bytes: of the largest chunk. block, steps_per_task: if these are given, only
-    the rest is chosen.
+    filtered. block, steps_per_task: if these are given, only the rest is chosen.
 
     Errors: MemoryError, with figures, if no block fits.
     """
@@ -187,7 +198,7 @@ def choose(shape: Shape, spatial: int, chunks: Shape, itemsize: int, chunk_bytes
     blocks = [block] if block else list(_candidates(shape, spatial, chunks, vector))
     best: tuple[float, Optional[Plan]] = math.inf, None
     for k, candidate in itertools.product(steps, blocks):
-        if memory_of(candidate, k, shape, spatial, itemsize, chunk_bytes,
+        if memory_of(candidate, k, shape, chunks, spatial, itemsize,
                      room.in_flight) > available(room):
             continue
         time = _time(candidate, k, shape, spatial, chunks, iterations, room, costs)
@@ -195,13 +206,8 @@ def choose(shape: Shape, spatial: int, chunks: Shape, itemsize: int, chunk_bytes
             best = time, Plan(shape, spatial, candidate, split_steps(iterations, k),
                               scratch_chunks(shape, spatial, candidate, k, itemsize), vector)
     if best[1] is None:
-        smallest = min(blocks, key=math.prod)
-        need = memory_of(smallest, steps[0], shape, spatial, itemsize, chunk_bytes, room.in_flight)
-        raise MemoryError(
-            f"a worker needs {need / 1e6:.0f} MB for a block of {_by(smallest)} elements, chunks "
-            f"of {_by(chunks)}, {steps[0]} steps in a task and {room.in_flight} tasks at once; "
-            f"it has {available(room) / 1e6:.0f} MB, three quarters of its limit of "
-            f"{(room.memory or 0) / 1e6:.0f} MB")
+        require_room(min(blocks, key=math.prod), steps[0], shape, chunks, spatial, itemsize, room)
+    assert best[1] is not None
     return best[1]
 
 

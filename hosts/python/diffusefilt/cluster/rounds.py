@@ -90,7 +90,7 @@ def _results(client: distributed.Client, completed: distributed.as_completed,
             elif time.monotonic() - seen > PATIENCE:
                 raise RuntimeError(f"the cluster has had no workers for {PATIENCE} s")
     if len(running) > WINDOW // 2:
-        time.sleep(0.05)  # all have enough to do, and to gather many costs hardly more than one
+        time.sleep(0.25)  # all have enough to do, and to gather many costs hardly more than one
     futures = completed.next_batch(block=False)
     # A worker may be lost between the end of its task and this: Dask then does the task again.
     results = client.gather(futures)
