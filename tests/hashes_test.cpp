@@ -24,38 +24,25 @@ using diffusefilt::ElementType;
 constexpr int calls = 300;
 
 // FNV-1a of 64 bits.
-class Hash {
-public:
-    template <class T>
-    void add(T element) {
-        BitsOf<T> bits = bitsOf(element);
-        if (std::isnan(element)) bits = bitsOf(std::numeric_limits<T>::quiet_NaN());
-        for (size_t i = 0; i < sizeof(T); ++i, bits >>= 8) {
-            state_ = (state_ ^ (bits & 0xff)) * 0x100000001b3;
-        }
-    }
-    std::string text() const {
-        std::ostringstream text;
-        text << std::hex << state_;
-        return text.str();
-    }
-
-private:
-    uint64_t state_ = 0xcbf29ce484222325;
-};
-
 template <class T>
 std::string hashOf(const Pipeline& pipeline) {
-    Hash hash;
+    uint64_t hash = 0xcbf29ce484222325;
     for (int seed = 1; seed <= calls; ++seed) {
         const RandomCall call =
             makeRandomCall(seed, pipeline.variant.dimensions, pipeline.variant.lanes());
         std::vector<T> output = outputOf<T>(pipeline, call);
         const auto view = viewOf(call.output, output.data());
-        reference::forEachElement(
-            view, [&](const auto&, int64_t offset) { hash.add(view.host[offset]); });
+        reference::forEachElement(view, [&](const auto&, int64_t offset) {
+            T element = view.host[offset];
+            if (std::isnan(element)) element = std::numeric_limits<T>::quiet_NaN();
+            for (size_t i = 0; i < sizeof(T); ++i) {
+                hash = (hash ^ (bitsOf(element) >> 8 * i & 0xff)) * 0x100000001b3;
+            }
+        });
     }
-    return hash.text();
+    std::ostringstream text;
+    text << std::hex << hash;
+    return text.str();
 }
 
 // What the line of a pipeline begins with: where its results hold.
