@@ -56,12 +56,19 @@ def damage(random_, content, text):
 
 
 def with_right_checksums(content):
-    """A PNG whose chunks have the checksums of what is in them now."""
+    """A PNG whose chunks, and the stream in them, have the checksums of what is in them now."""
     fixed, at = content[:8], 8
     while at + 12 <= len(content):
         end = at + 8 + int.from_bytes(content[at:at + 4], "big")
-        body = content[at + 4:end]
-        fixed, at = fixed + content[at:end] + zlib.crc32(body).to_bytes(4, "big"), end + 4
+        body, unpack = content[at + 4:end], zlib.decompressobj(-15)
+        try:
+            if body.startswith(b"IDAT"):
+                pixels = unpack.decompress(body[6:])
+                body = body[:-4] + zlib.adler32(pixels).to_bytes(4, "big")
+        except zlib.error:
+            pass
+        fixed += content[at:at + 4] + body + zlib.crc32(body).to_bytes(4, "big")
+        at = end + 4
     return fixed + content[at:]
 
 
@@ -115,13 +122,10 @@ def judge(case, folder, valid, output):
         return None
     if not case.startswith("mutated"):
         return f"other samples, {written.samples.shape} {written.samples.dtype}"
-    try:
-        damaged = readers.read(folder / valid.given)
-    except Exception as error:  # whatever those readers make of such a file
-        return f"accepted, and no other reader reads it: {type(error).__name__}: {error}"
-    if not damaged.same_samples(written):
-        return (f"samples {written.samples.shape} {written.samples.dtype}, another reader has "
-                f"{damaged.samples.shape} {damaged.samples.dtype}")
+    found = readers.readings(folder / valid.given)
+    if not any(image.same_samples(written) for image in found):
+        return (f"samples {written.samples.shape} {written.samples.dtype}, other readers have "
+                f"{[(image.samples.shape, str(image.samples.dtype)) for image in found]}")
     return None
 
 

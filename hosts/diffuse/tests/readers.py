@@ -117,16 +117,18 @@ def read_tiff_page(page):
 
 def read_tiff(path):
     with tifffile.TiffFile(path) as file:
-        count = len(file.pages)
-        try:
-            pages = [read_tiff_page(page) for page in file.pages]
-        except Exception:  # Pillow minds other damage, and reads one page
-            if count > 1:
-                raise
-            return read_pillow(path)
+        pages = [read_tiff_page(page) for page in file.pages]
     if len({(page.shape, page.dtype) for page in pages}) != 1:
         raise ValueError("pages of several kinds")
     return Image(np.concatenate(pages))
+
+
+def read_only_page(path):
+    """With Pillow, which minds other damage than tifffile."""
+    with tifffile.TiffFile(path) as file:
+        if len(file.pages) != 1:
+            raise ValueError("several pages")
+    return read_pillow(path)
 
 
 def read_nifti(path):
@@ -308,3 +310,14 @@ def read(path):
     with warnings.catch_warnings(), np.errstate(all="ignore"):
         warnings.simplefilter("ignore")
         return READERS.get(suffix_of(path), read_dicom)(path)
+
+
+def readings(path):
+    """What those readers make of it that can read it."""
+    found = []
+    for reader in (read,) + (read_only_page,) * (suffix_of(path) == ".tif"):
+        try:
+            found.append(reader(path))
+        except Exception:  # whatever they make of a damaged file
+            continue
+    return found
