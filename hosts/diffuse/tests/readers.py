@@ -207,14 +207,10 @@ def unpack(data, kind, sizes, encoding):
     return samples.reshape(sizes[::-1])
 
 
-NRRD_TYPES = {name: kind for kind, names in {
-    "i1": "signed char|int8|int8_t", "u1": "uchar|unsigned char|uint8|uint8_t",
-    "i2": "short|short int|signed short|signed short int|int16|int16_t",
-    "u2": "ushort|unsigned short|unsigned short int|uint16|uint16_t",
-    "i4": "int|signed int|int32|int32_t", "u4": "uint|unsigned int|uint32|uint32_t",
-    "i8": "longlong|long long|long long int|int64|int64_t",
-    "u8": "ulonglong|unsigned long long|unsigned long long int|uint64|uint64_t",
-    "f4": "float", "f8": "double"}.items() for name in names.split("|")}
+NRRD_TYPES = dict(zip(
+    ("signed char,int8,uchar,unsigned char,uint8,short,int16,ushort,unsigned short,uint16,int,int32,"
+     "uint,unsigned int,uint32,long long,int64,unsigned long long,uint64,float,double").split(","),
+    "i1 i1 u1 u1 u1 i2 i2 u2 u2 u2 i4 i4 u4 u4 u4 i8 i8 u8 u8 f4 f8".split()))
 ENCODINGS = {"raw": "raw", "gzip": "gzip", "gz": "gzip", "ascii": "text", "text": "text",
              "txt": "text"}
 
