@@ -196,23 +196,14 @@ def beside(path, name):
 def unpack(data, kind, sizes, encoding):
     """The samples, the fastest axis last; `sizes` has it first."""
     count = int(np.prod(sizes, dtype=object))
-    if encoding == "gzip":
-        data = zlib.decompress(data, wbits=47)
-    if encoding == "text":
-        samples = np.array(data.split()[:count], kind)
-    else:
-        samples = np.frombuffer(data, kind, count)
-    if samples.size != count:
-        raise ValueError("the data end too early")
-    return samples.reshape(sizes[::-1])
+    data = {"raw": bytes, "gzip": lambda d: zlib.decompress(d, wbits=47)}[encoding](data)
+    return np.frombuffer(data, kind, count).reshape(sizes[::-1])
 
 
 NRRD_TYPES = dict(zip(
     ("signed char,int8,uchar,unsigned char,uint8,short,int16,ushort,unsigned short,uint16,int,int32,"
      "uint,unsigned int,uint32,long long,int64,unsigned long long,uint64,float,double").split(","),
     "i1 i1 u1 u1 u1 i2 i2 u2 u2 u2 i4 i4 u4 u4 u4 i8 i8 u8 u8 f4 f8".split()))
-ENCODINGS = {"raw": "raw", "gzip": "gzip", "gz": "gzip", "ascii": "text", "text": "text",
-             "txt": "text"}
 
 
 def read_nrrd(path):
@@ -230,7 +221,7 @@ def read_nrrd(path):
     order = {"big": ">", "little": "<"}[fields.get("endian", "little").lower()]
     samples = unpack(beside(path, name) if name else data,
                      order + NRRD_TYPES[fields["type"].lower()], sizes,
-                     ENCODINGS[fields["encoding"].lower()])
+                     {"gz": "gzip"}.get(fields["encoding"], fields["encoding"]))
     kinds = fields.get("kinds", "domain").split()
     vectors = kinds[0] not in ("domain", "space", "none", "???")
     image = Image(in_pages(samples, vectors))

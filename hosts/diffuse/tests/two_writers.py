@@ -16,7 +16,7 @@ import program
 import readers
 
 # What the first and the second writes: the same, or two headers whose data have one name.
-OUTPUTS = (("a.mhd", "a.mhd"), ("b.hdr", "b.hdr"), ("c.nhdr", "c.nhdr"), ("d.mhd", "d.nhdr"))
+OUTPUTS = (("a.mhd", "a.mhd"), ("b.nhdr", "b.nhdr"), ("c.mhd", "c.nhdr"))
 
 
 def put_inputs(folder):
