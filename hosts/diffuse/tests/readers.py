@@ -82,6 +82,8 @@ def read_pillow(path):
         if not opaque:
             kind = {"L": "LA", "RGB": "RGBA"}.get(kind, kind)
         samples = np.asarray(image if kind == image.mode else image.convert(kind))
+    if path.suffix == ".bmp" and samples.ndim == 3 and (samples == samples[..., :1]).all():
+        samples = samples[..., 0]  # a palette of greys
     if deep and samples.ndim == 3:
         return Image(in_pages(samples, True), likeness="high bytes")
     return Image(in_pages(samples.astype("u2") if deep else samples, samples.ndim == 3))
