@@ -117,6 +117,8 @@ def judge(case, folder, valid, output):
         put(pathlib.Path(whole), valid.files)
         undamaged = readers.read(pathlib.Path(whole, valid.given))
     if undamaged.same_samples(written):
+        if case.startswith("whole") and undamaged.samples.shape != written.samples.shape:
+            return "other channels"
         if case.startswith("whole") and not undamaged.same_place(written):
             return "another place in space"
         return None

@@ -4,6 +4,7 @@ import gzip
 import logging
 import pathlib
 import re
+import threading
 import warnings
 import zlib
 from typing import NamedTuple, Optional
@@ -11,6 +12,7 @@ from typing import NamedTuple, Optional
 import nibabel
 import numpy as np
 import PIL.Image
+import PIL.ImageFile
 import PIL.ImageOps
 import pydicom
 import pydicom.pixel_data_handlers.util as dicom_pixels
@@ -27,11 +29,14 @@ class Image(NamedTuple):
     samples: np.ndarray  # [page, row, column, channel]
     origin: Optional[np.ndarray] = None  # of the first sample, in left, posterior, superior
     steps: Optional[np.ndarray] = None  # a column from sample to sample of each axis: x, y, z
-    likeness: str = "exact"  # or "rescaled" by a slope, or "high bytes": all that Pillow keeps
+    # Or "rescaled" by a slope; "high bytes", all that Pillow keeps; "greys are colours", in palettes.
+    likeness: str = "exact"
 
     def same_samples(self, other):
         """Whether `other`, as the program wrote it, has these samples."""
         mine, theirs = self.samples, other.samples
+        if self.likeness == "greys are colours" and mine.shape[:3] == theirs.shape[:3]:
+            mine, theirs = np.broadcast_arrays(mine, theirs)
         if mine.shape != theirs.shape:
             return False
         if self.likeness == "high bytes":
@@ -71,9 +76,14 @@ def oriented(samples, orientation):
     return samples
 
 
-def read_pillow(path):
+PILLOW = threading.Lock()  # of its global options
+
+
+def read_pillow(path, lenient=False):
+    """`lenient` reads on where the data of a JPEG end before its last block is told to be done."""
     head = path.read_bytes()[:26]
-    with PIL.Image.open(path) as image:
+    with PILLOW, PIL.Image.open(path) as image:
+        PIL.ImageFile.LOAD_TRUNCATED_IMAGES = lenient
         image.load()
         deep = image.format == "PNG" and head[24] == 16
         image = PIL.ImageOps.exif_transpose(image)
@@ -82,11 +92,10 @@ def read_pillow(path):
         if not opaque:
             kind = {"L": "LA", "RGB": "RGBA"}.get(kind, kind)
         samples = np.asarray(image if kind == image.mode else image.convert(kind))
-    if path.suffix == ".bmp" and samples.ndim == 3 and (samples == samples[..., :1]).all():
-        samples = samples[..., 0]  # a palette of greys
     if deep and samples.ndim == 3:
         return Image(in_pages(samples, True), likeness="high bytes")
-    return Image(in_pages(samples.astype("u2") if deep else samples, samples.ndim == 3))
+    return Image(in_pages(samples.astype("u2") if deep else samples, samples.ndim == 3),
+                 likeness="greys are colours" if path.suffix == ".bmp" else "exact")
 
 
 class Refusal(logging.Handler):
@@ -303,8 +312,9 @@ def read(path):
 
 def readings(path):
     """What those readers make of it that can read it."""
+    others = {".tif": read_only_page, ".jpg": lambda path: read_pillow(path, lenient=True)}
     found = []
-    for reader in (read,) + (read_only_page,) * (suffix_of(path) == ".tif"):
+    for reader in (read, others.get(suffix_of(path), read)):
         try:
             found.append(reader(path))
         except Exception:  # whatever they make of a damaged file
