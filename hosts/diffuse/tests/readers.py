@@ -4,6 +4,7 @@ import gzip
 import logging
 import pathlib
 import re
+import threading
 import warnings
 import zlib
 from typing import NamedTuple, Optional
@@ -11,6 +12,7 @@ from typing import NamedTuple, Optional
 import nibabel
 import numpy as np
 import PIL.Image
+import PIL.ImageFile
 import PIL.ImageOps
 import pydicom
 import pydicom.pixel_data_handlers.util as dicom_pixels
@@ -27,11 +29,14 @@ class Image(NamedTuple):
     samples: np.ndarray  # [page, row, column, channel]
     origin: Optional[np.ndarray] = None  # of the first sample, in left, posterior, superior
     steps: Optional[np.ndarray] = None  # a column from sample to sample of each axis: x, y, z
-    likeness: str = "exact"  # or "rescaled" by a slope, or "high bytes": all that Pillow keeps
+    # Or "rescaled" by a slope; "high bytes", all that Pillow keeps; "greys are colours", in palettes.
+    likeness: str = "exact"
 
     def same_samples(self, other):
         """Whether `other`, as the program wrote it, has these samples."""
         mine, theirs = self.samples, other.samples
+        if self.likeness == "greys are colours" and mine.shape[:3] == theirs.shape[:3]:
+            mine, theirs = np.broadcast_arrays(mine, theirs)
         if mine.shape != theirs.shape:
             return False
         if self.likeness == "high bytes":
@@ -71,9 +76,14 @@ def oriented(samples, orientation):
     return samples
 
 
-def read_pillow(path):
+PILLOW = threading.Lock()  # of its global options
+
+
+def read_pillow(path, lenient=False):
+    """`lenient` reads on where the data of a JPEG end before its last block is told to be done."""
     head = path.read_bytes()[:26]
-    with PIL.Image.open(path) as image:
+    with PILLOW, PIL.Image.open(path) as image:
+        PIL.ImageFile.LOAD_TRUNCATED_IMAGES = lenient
         image.load()
         deep = image.format == "PNG" and head[24] == 16
         image = PIL.ImageOps.exif_transpose(image)
@@ -84,7 +94,8 @@ def read_pillow(path):
         samples = np.asarray(image if kind == image.mode else image.convert(kind))
     if deep and samples.ndim == 3:
         return Image(in_pages(samples, True), likeness="high bytes")
-    return Image(in_pages(samples.astype("u2") if deep else samples, samples.ndim == 3))
+    return Image(in_pages(samples.astype("u2") if deep else samples, samples.ndim == 3),
+                 likeness="greys are colours" if path.suffix == ".bmp" else "exact")
 
 
 class Refusal(logging.Handler):
@@ -117,16 +128,18 @@ def read_tiff_page(page):
 
 def read_tiff(path):
     with tifffile.TiffFile(path) as file:
-        count = len(file.pages)
-        try:
-            pages = [read_tiff_page(page) for page in file.pages]
-        except Exception:  # Pillow minds other damage, and reads one page
-            if count > 1:
-                raise
-            return read_pillow(path)
+        pages = [read_tiff_page(page) for page in file.pages]
     if len({(page.shape, page.dtype) for page in pages}) != 1:
         raise ValueError("pages of several kinds")
     return Image(np.concatenate(pages))
+
+
+def read_only_page(path):
+    """With Pillow, which minds other damage than tifffile."""
+    with tifffile.TiffFile(path) as file:
+        if len(file.pages) != 1:
+            raise ValueError("several pages")
+    return read_pillow(path)
 
 
 def read_nifti(path):
@@ -194,27 +207,14 @@ def beside(path, name):
 def unpack(data, kind, sizes, encoding):
     """The samples, the fastest axis last; `sizes` has it first."""
     count = int(np.prod(sizes, dtype=object))
-    if encoding == "gzip":
-        data = zlib.decompress(data, wbits=47)
-    if encoding == "text":
-        samples = np.array(data.split()[:count], kind)
-    else:
-        samples = np.frombuffer(data, kind, count)
-    if samples.size != count:
-        raise ValueError("the data end too early")
-    return samples.reshape(sizes[::-1])
+    data = {"raw": bytes, "gzip": lambda d: zlib.decompress(d, wbits=47)}[encoding](data)
+    return np.frombuffer(data, kind, count).reshape(sizes[::-1])
 
 
-NRRD_TYPES = {name: kind for kind, names in {
-    "i1": "signed char|int8|int8_t", "u1": "uchar|unsigned char|uint8|uint8_t",
-    "i2": "short|short int|signed short|signed short int|int16|int16_t",
-    "u2": "ushort|unsigned short|unsigned short int|uint16|uint16_t",
-    "i4": "int|signed int|int32|int32_t", "u4": "uint|unsigned int|uint32|uint32_t",
-    "i8": "longlong|long long|long long int|int64|int64_t",
-    "u8": "ulonglong|unsigned long long|unsigned long long int|uint64|uint64_t",
-    "f4": "float", "f8": "double"}.items() for name in names.split("|")}
-ENCODINGS = {"raw": "raw", "gzip": "gzip", "gz": "gzip", "ascii": "text", "text": "text",
-             "txt": "text"}
+NRRD_TYPES = dict(zip(
+    ("signed char,int8,uchar,unsigned char,uint8,short,int16,ushort,unsigned short,uint16,int,int32,"
+     "uint,unsigned int,uint32,long long,int64,unsigned long long,uint64,float,double").split(","),
+    "i1 i1 u1 u1 u1 i2 i2 u2 u2 u2 i4 i4 u4 u4 u4 i8 i8 u8 u8 f4 f8".split()))
 
 
 def read_nrrd(path):
@@ -232,7 +232,7 @@ def read_nrrd(path):
     order = {"big": ">", "little": "<"}[fields.get("endian", "little").lower()]
     samples = unpack(beside(path, name) if name else data,
                      order + NRRD_TYPES[fields["type"].lower()], sizes,
-                     ENCODINGS[fields["encoding"].lower()])
+                     {"gz": "gzip"}.get(fields["encoding"], fields["encoding"]))
     kinds = fields.get("kinds", "domain").split()
     vectors = kinds[0] not in ("domain", "space", "none", "???")
     image = Image(in_pages(samples, vectors))
@@ -308,3 +308,15 @@ def read(path):
     with warnings.catch_warnings(), np.errstate(all="ignore"):
         warnings.simplefilter("ignore")
         return READERS.get(suffix_of(path), read_dicom)(path)
+
+
+def readings(path):
+    """What those readers make of it that can read it."""
+    others = {".tif": read_only_page, ".jpg": lambda path: read_pillow(path, lenient=True)}
+    found = []
+    for reader in (read, others.get(suffix_of(path), read)):
+        try:
+            found.append(reader(path))
+        except Exception:  # whatever they make of a damaged file
+            continue
+    return found

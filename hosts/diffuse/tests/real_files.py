@@ -15,12 +15,9 @@ import subprocess
 import sys
 import tempfile
 
-import numpy as np
-import tifffile
-
 import program
 import readers
-from valid_files import noise
+import valid_files
 
 PACKAGES = ("python3-pydicom", "python3-nibabel", "python3-skimage", "insighttoolkit5-examples")
 SUFFIXES = tuple(".png .jpg .jpeg .tif .tiff .bmp .nii .nii.gz .hdr .nrrd .nhdr .mha .mhd "
@@ -47,33 +44,11 @@ def series_in(files):
             if len([path for path in inside if not path.suffix]) > 1]
 
 
-LAYOUTS = {"strips": {}, "tiles": {"tile": (32, 32)}, "big": {"byteorder": ">"},
-           "deflate": {"compression": "zlib"}, "pyramid": {"tile": (32, 32), "subifds": 1},
-           "planes": {"planarconfig": "separate"}}
-
-
 def written_tiffs(folder):
     """What tifffile writes, in many kinds; the names tell which."""
-    kinds = ("uint8", "int8", "uint16", "int16", "uint32", "int32", "float32", "float64", "bool")
-    shapes = {"page": (70, 90), "pages": (3, 70, 90), "2 channels": (70, 90, 2),
-              "rgb": (70, 90, 3), "5 channels": (70, 90, 5)}
-    for kind, shape, layout in itertools.product(kinds, shapes, LAYOUTS):
-        channels = "page" not in shape
-        if layout == "planes" and not channels or kind == "bool" and (channels or
-                                                                      layout == "deflate"):
-            continue  # tifffile does not write those
-        samples = noise(*shapes[shape], kind=kind) if kind != "bool" else noise(*shapes[shape]) > 99
-        reduced = samples[:, ::2] if channels else samples[..., ::2]
-        options = {"photometric": "rgb" if shape == "rgb" else "minisblack", "metadata": None,
-                   **({"planarconfig": "contig"} if channels else {}), **LAYOUTS[layout]}
-        if layout == "planes":
-            samples = np.moveaxis(samples, -1, 0)
-        path = folder / f"{kind} {shape} {layout}.tif"
-        with tifffile.TiffWriter(path, bigtiff=layout == "big",
-                                 byteorder=options.pop("byteorder", None)) as file:
-            file.write(samples, **options)
-            if options.pop("subifds", 0):
-                file.write(reduced, subfiletype=1, **options)
+    for name, samples, options in valid_files.TIFFS:
+        path = folder / f"{samples.dtype.name} {name}.tif"
+        path.write_bytes(valid_files.tiff(samples, options))
         yield path
 
 
