@@ -89,7 +89,7 @@ void requireFinite(const Options& options, const Picture& picture) {
 void filterPicture(const Options& options, Picture& picture, Report& report) {
     report.noiseSigma = noiseSigma(picture);
     report.threshold = options.threshold.value_or(automaticThreshold(
-        report.noiseSigma, picture, wordOf(options.pipeline.conduction), options.iterations));
+        report.noiseSigma, picture, options.pipeline.conduction, options.iterations));
     Progress progress(std::int64_t{options.iterations} * picture.filteredChannels());
     requireUsableThreshold(report.threshold, options.pipeline.elementType);
     report.steps = filter({report.pipeline, report.threshold, options.iterations, options.json},

@@ -3,7 +3,6 @@
 #include <diffusefilt_noise.h>
 
 #include <cmath>
-#include <diffusefilt_halide.hpp>
 #include <new>
 #include <vector>
 
@@ -36,14 +35,15 @@ double noiseSigma(const Picture& picture) {
     return sigma;
 }
 
-double automaticThreshold(double sigma, const Picture& picture, const std::string& conduction,
-                          int iterations) {
+double automaticThreshold(double sigma, const Picture& picture,
+                          diffusefilt_host::Conduction conduction, int iterations) {
     double range = 0;
     if (!(sigma > 0)) {
         const Range found = rangeOf(picture.values);
         range = found.highest - found.lowest;
     }
-    return diffusefilt_noise_threshold(sigma, range, conduction == "exponential", iterations);
+    const bool isExponential = conduction == diffusefilt_host::Conduction::exponential;
+    return diffusefilt_noise_threshold(sigma, range, isExponential, iterations);
 }
 
 }  // namespace diffuse

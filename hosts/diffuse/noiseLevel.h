@@ -2,7 +2,7 @@
 // hosts/noise, for pictures.
 #pragma once
 
-#include <string>
+#include <diffusefilt_halide.hpp>
 
 #include "picture.h"
 
@@ -12,7 +12,7 @@ namespace diffuse {
 // Throws std::bad_alloc, and std::length_error if the picture is too large for its records.
 double noiseSigma(const Picture& picture);
 
-double automaticThreshold(double sigma, const Picture& picture, const std::string& conduction,
-                          int iterations);
+double automaticThreshold(double sigma, const Picture& picture,
+                          diffusefilt_host::Conduction conduction, int iterations);
 
 }  // namespace diffuse

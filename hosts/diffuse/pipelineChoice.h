@@ -7,8 +7,8 @@
 namespace diffuse {
 
 struct PipelineChoice {
-    diffusefilt_host::Connectivity connectivity = diffusefilt_host::Connectivity::minimal;
-    diffusefilt_host::Conduction conduction = diffusefilt_host::Conduction::quadratic;
+    diffusefilt_host::Connectivity connectivity{};  // the first of its axis
+    diffusefilt_host::Conduction conduction{};      // likewise
     diffusefilt_host::ElementType elementType = diffusefilt_host::ElementType::float64;
     // None: the best that the processor and its operating system can run.
     std::optional<diffusefilt_host::InstructionSet> instructionSet;

@@ -28,10 +28,10 @@ def report(done: int, count: int) -> None:
 
 def main() -> None:
     volume = noisy_volume()
-    result = smooth(volume, "exponential")
+    results = [smooth(volume, conduction) for conduction in diffusefilt.CONDUCTIONS]
     exact: diffusefilt.Array = diffusefilt.iterate(volume.astype("f8"), 200, 2, progress=report)
     plane: numpy.typing.NDArray[Any] = diffusefilt.step(exact, 200, region=numpy.s_[3:4])
-    print(volume[:, :, :25].std(), result[:, :, :25].std(), plane[..., :25].std())
+    print(volume[:, :, :25].std(), *(each[:, :, :25].std() for each in results), plane[..., :25].std())
 
 
 if __name__ == "__main__":

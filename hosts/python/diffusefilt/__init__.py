@@ -21,8 +21,8 @@ A NaN in an image spreads to the elements that read it. An empty image gives an 
 
 `connectivity` is "minimal" (4 neighbours in 2-D, 6 in 3-D) or "maximal" (8 and 26). `conduction`,
 the conductance of a difference d, is "quadratic", 1 / (1 + (d / K)^2), or "exponential",
-exp(-(d / K)^2). `instruction_set` is "none", "avx", "avx2" or "auto", the best that this processor
-can run; results differ between the sets by rounding.
+exp(-(d / K)^2). `instruction_set` is one of INSTRUCTION_SETS or "auto", the best that this
+processor can run; results differ between the sets by rounding.
 
 TypeError: something else than an array of float32 or float64. ValueError: any other argument out
 of its range. Error: what the library itself refuses, in its words. Calls release the interpreter's
@@ -34,13 +34,15 @@ DIFFUSEFILT_LIBRARY; beside this module; in the library folders of the prefix th
 installed under; in build/release, build/bench, build/package and build/debug of the source tree
 that it stands in; where the dynamic linker looks. ImportError if it is not found.
 """
+from diffusefilt._axes import (CONDUCTIONS, CONNECTIVITIES, INSTRUCTION_SETS, Conduction,
+                               Connectivity, InstructionSet)
 from diffusefilt._denoise import Threshold, denoise, estimate_noise, estimate_threshold
 from diffusefilt._library import LIBRARY, Error, best_instruction_set
-from diffusefilt._steps import (Array, Conduction, Connectivity, InstructionSet, Progress, Region,
-                                iterate, pipeline_name, step, step_slab)
+from diffusefilt._steps import Array, Progress, Region, iterate, pipeline_name, step, step_slab
 
-__all__ = ["Array", "Conduction", "Connectivity", "Error", "InstructionSet", "LIBRARY", "Progress",
-           "Region", "Threshold", "best_instruction_set", "denoise", "estimate_noise",
-           "estimate_threshold", "iterate", "pipeline_name", "step", "step_slab"]
+__all__ = ["Array", "CONDUCTIONS", "CONNECTIVITIES", "Conduction", "Connectivity", "Error",
+           "INSTRUCTION_SETS", "InstructionSet", "LIBRARY", "Progress", "Region", "Threshold",
+           "best_instruction_set", "denoise", "estimate_noise", "estimate_threshold", "iterate",
+           "pipeline_name", "step", "step_slab"]
 
 __version__ = "0.1.0"

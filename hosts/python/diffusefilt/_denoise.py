@@ -10,17 +10,18 @@ import numpy
 import numpy.typing
 
 from diffusefilt import _noise
+from diffusefilt._axes import MINIMAL, QUADRATIC, Conduction, Connectivity, InstructionSet
 from diffusefilt._samples import (arithmetic_of, require_whole, to_arithmetic,
                                   write_samples)
-from diffusefilt._steps import (Array, Conduction, Connectivity, InstructionSet, Progress,
-                                has_record, pipeline_name, repeat, require_target, require_threshold)
+from diffusefilt._steps import (Array, Progress, has_record, pipeline_name, repeat, require_target,
+                                require_threshold)
 
 masked: Any = numpy.ma
 Threshold = Union[float, Literal["auto"]]
 
 
 def denoise(image: Any, threshold: Threshold = "auto", iterations: int = 3, *,
-            connectivity: Connectivity = "minimal", conduction: Conduction = "quadratic",
+            connectivity: Connectivity = MINIMAL, conduction: Conduction = QUADRATIC,
             instruction_set: InstructionSet = "auto", channel_axis: Optional[int] = None,
             dtype: Optional[numpy.typing.DTypeLike] = None, out: Optional[Array] = None,
             progress: Optional[Progress] = None) -> Any:
@@ -40,12 +41,9 @@ def denoise(image: Any, threshold: Threshold = "auto", iterations: int = 3, *,
         differences well above it kept. "auto" is estimate_threshold of the image.
     iterations : int
         Number of steps.
-    connectivity : {"minimal", "maximal"}
-        4 neighbours in 2-D and 6 in 3-D, or 8 and 26.
-    conduction : {"quadratic", "exponential"}
-        Conductance of a difference d: 1 / (1 + (d / K)^2) or exp(-(d / K)^2).
-    instruction_set : {"auto", "none", "avx", "avx2"}
-        "auto" is the best one that this processor can run.
+    connectivity, conduction, instruction_set
+        The neighbours, the conductance of a difference and the processor's instructions: one of
+        the words that the package explains.
     channel_axis : int, optional
         The axis of channels, which are filtered one by one; by default there is none.
     dtype : {"float32", "float64"}, optional
@@ -127,13 +125,13 @@ def estimate_noise(image: Any, *, channel_axis: Optional[int] = None) -> float:
     return _noise.sigma(_measured(data, mask, channel_position(data, channel_axis)))
 
 
-def estimate_threshold(image: Any, iterations: int = 3, *, conduction: Conduction = "quadratic",
+def estimate_threshold(image: Any, iterations: int = 3, *, conduction: Conduction = QUADRATIC,
                        channel_axis: Optional[int] = None) -> float:
     """Estimate the gradient threshold that suits the noise of an image: threshold="auto" of denoise
     and of the command line host.
 
-    A multiple of estimate_noise that falls with the number of steps n, 5.4 n^-0.9 for "quadratic"
-    and 5.4 n^-0.62 for "exponential"; without noise, a thousandth of the range of the image, or 1.
+    A multiple of estimate_noise that falls with the number of steps n, 5.4 n^-0.9 or, where the
+    conductance is exp(-(d / K)^2), 5.4 n^-0.62; without noise, a thousandth of the range of the image, or 1.
 
     Parameters
     ----------

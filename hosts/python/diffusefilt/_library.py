@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import atexit
 import ctypes
+import itertools
 import os
 import pathlib
 import sysconfig
@@ -12,9 +13,9 @@ import warnings
 from typing import Any, Optional
 
 from diffusefilt import _threads
+from diffusefilt._axes import FEATURES, INSTRUCTION_SETS
 
 FILE_NAME = "libdiffusefilt_halide.so"
-INSTRUCTION_SETS = ("none", "avx", "avx2")  # in rising order of what they ask of the processor
 
 
 class Error(RuntimeError):
@@ -141,16 +142,14 @@ def _require_threads() -> None:
 
 
 def best_instruction_set(cpuinfo: Optional[str] = None) -> str:
-    """The highest of "none", "avx" and "avx2" that this processor and its operating system can
-    run; or the processor that `cpuinfo` describes, in the form of /proc/cpuinfo."""
+    """The highest instruction set that this processor and its operating system can run; or the processor that `cpuinfo` describes, in the form of /proc/cpuinfo."""
     if cpuinfo is None:
         cpuinfo = pathlib.Path("/proc/cpuinfo").read_text()
     # The kernel lists avx, and what builds on it, only where it keeps the AVX state.
     lines = (line.split() for line in cpuinfo.splitlines() if line.startswith("flags"))
     flags = set(next(lines, []))
-    if not flags >= {"avx", "sse4_1"}:
-        return "none"
-    return "avx2" if flags >= {"avx2", "fma", "bmi1"} else "avx"
+    possible = itertools.takewhile(lambda each: FEATURES[each] <= flags, INSTRUCTION_SETS)
+    return str([*possible][-1])
 
 
 _best = best_instruction_set()

@@ -8,6 +8,7 @@ import os
 from typing import Any, Sequence
 
 from diffusefilt import _library
+from diffusefilt._axes import EXPONENTIAL
 from diffusefilt._library import BufferPointer, halide_buffer_t
 from diffusefilt._steps import Array, readable
 
@@ -27,7 +28,7 @@ def sigma(channels: Sequence[Array]) -> float:
 def threshold(noise: float, values: float, conduction: str, iterations: int) -> float:
     """For noise of this standard deviation in values of this range."""
     found: float = _estimates().diffusefilt_noise_threshold(
-        noise, values, conduction == "exponential", iterations)
+        noise, values, conduction == EXPONENTIAL, iterations)
     return found
 
 

@@ -6,18 +6,17 @@ import ctypes
 import functools
 import math
 import operator
-from typing import Any, Callable, Literal, Optional, Sequence, Tuple, Union
+from typing import Any, Callable, Optional, Sequence, Tuple, Union
 
 import numpy
 import numpy.typing
 
+from diffusefilt._axes import (CONDUCTIONS, CONNECTIVITIES, MINIMAL, QUADRATIC, Conduction,
+                               Connectivity, InstructionSet)
 from diffusefilt._library import (call, halide_buffer_t, halide_dimension_t, halide_type_t,
                                   require_one_of, resolve_instruction_set)
 
 Array = numpy.typing.NDArray[Any]
-Connectivity = Literal["minimal", "maximal"]
-Conduction = Literal["quadratic", "exponential"]
-InstructionSet = Literal["auto", "none", "avx", "avx2"]
 Region = Union[slice, Tuple[slice, ...]]
 Progress = Callable[[int, int], Any]
 _Shape = Tuple[int, ...]
@@ -29,8 +28,8 @@ _TYPES = {(kind, size): halide_type_t(code, 8 * size, 1)
           for code, kind in enumerate("iuf") for size in (1, 2, 4, 8)}
 
 
-def step(image: Array, threshold: float, connectivity: Connectivity = "minimal",
-         conduction: Conduction = "quadratic", instruction_set: InstructionSet = "auto", *,
+def step(image: Array, threshold: float, connectivity: Connectivity = MINIMAL,
+         conduction: Conduction = QUADRATIC, instruction_set: InstructionSet = "auto", *,
          region: Optional[Region] = None, out: Optional[Array] = None) -> Array:
     """One explicit step of diffusion.
 
@@ -83,7 +82,7 @@ def step(image: Array, threshold: float, connectivity: Connectivity = "minimal",
 
 
 def iterate(image: Array, threshold: float, iterations: int,
-            connectivity: Connectivity = "minimal", conduction: Conduction = "quadratic",
+            connectivity: Connectivity = MINIMAL, conduction: Conduction = QUADRATIC,
             instruction_set: InstructionSet = "auto", *, out: Optional[Array] = None,
             progress: Optional[Progress] = None) -> Array:
     """Several steps of diffusion. Takes memory for two arrays besides `image`, of which `out` is
@@ -130,8 +129,8 @@ def iterate(image: Array, threshold: float, iterations: int,
     return out
 
 
-def step_slab(planes: Array, threshold: float, connectivity: Connectivity = "minimal",
-              conduction: Conduction = "quadratic", instruction_set: InstructionSet = "auto", *,
+def step_slab(planes: Array, threshold: float, connectivity: Connectivity = MINIMAL,
+              conduction: Conduction = QUADRATIC, instruction_set: InstructionSet = "auto", *,
               first: int, extent: int, start: int, stop: int,
               out: Optional[Array] = None) -> Array:
     """One explicit step on the planes start .. stop - 1 of a volume that is not in memory as a
@@ -203,8 +202,8 @@ def require_threshold(threshold: float, char: str) -> None:
 @functools.lru_cache(maxsize=None)
 def _pipeline_name(dimensions: int, char: str, connectivity: str, conduction: str,
                    instruction_set: str) -> str:
-    require_one_of("connectivity", connectivity, ("minimal", "maximal"))
-    require_one_of("conduction", conduction, ("quadratic", "exponential"))
+    require_one_of("connectivity", connectivity, CONNECTIVITIES)
+    require_one_of("conduction", conduction, CONDUCTIONS)
     return (f"diffusefilt{dimensions}_{connectivity}_{conduction}_{numpy.dtype(char)}_"
             f"{resolve_instruction_set(instruction_set)}")
 

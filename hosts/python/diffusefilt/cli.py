@@ -10,6 +10,7 @@ from typing import Optional, Union
 import numpy
 
 import diffusefilt
+from diffusefilt import _axes
 
 
 def main(arguments: Optional[list[str]] = None) -> int:
@@ -54,11 +55,11 @@ def _parse(arguments: Optional[list[str]]) -> argparse.Namespace:
     parser.add_argument("-k", "--threshold", type=_number_or_auto, default="auto",
                         help="gradient threshold, in the units of the elements, or auto (auto)")
     parser.add_argument("-n", "--iterations", type=int, default=3, help="number of steps (3)")
-    parser.add_argument("--connectivity", default="minimal", choices=("minimal", "maximal"))
-    parser.add_argument("--conduction", default="quadratic", choices=("quadratic", "exponential"))
+    parser.add_argument("--connectivity", default=_axes.MINIMAL, choices=_axes.CONNECTIVITIES)
+    parser.add_argument("--conduction", default=_axes.QUADRATIC, choices=_axes.CONDUCTIONS)
     parser.add_argument("--type", choices=("float32", "float64"),
                         help="of the arithmetic (by the elements)")
-    parser.add_argument("--instruction-set", default="auto", choices=("auto", "none", "avx", "avx2"))
+    parser.add_argument("--instruction-set", default="auto", choices=("auto", *_axes.INSTRUCTION_SETS))
     parser.add_argument("--channel-axis", type=int, help="axis of channels (none)")
     return parser.parse_args(arguments)
 

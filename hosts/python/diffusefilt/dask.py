@@ -24,10 +24,10 @@ import numpy
 import numpy.typing
 from dask.array.overlap import ensure_minimum_chunksize
 
+from diffusefilt._axes import MINIMAL, QUADRATIC, Conduction, Connectivity, InstructionSet
 from diffusefilt._denoise import Threshold, channel_position
 from diffusefilt._samples import arithmetic_of, to_arithmetic, to_samples
-from diffusefilt._steps import (Array, Conduction, Connectivity, InstructionSet, iterate,
-                                pipeline_name)
+from diffusefilt._steps import Array, iterate, pipeline_name
 
 if TYPE_CHECKING:
     from diffusefilt.cluster import filter_store
@@ -43,7 +43,7 @@ def __getattr__(name: str) -> Any:
 
 
 def denoise(array: Any, threshold: Threshold, iterations: int = 3, *,
-            connectivity: Connectivity = "minimal", conduction: Conduction = "quadratic",
+            connectivity: Connectivity = MINIMAL, conduction: Conduction = QUADRATIC,
             instruction_set: InstructionSet = "auto", channel_axis: Optional[int] = None,
             dtype: Optional[numpy.typing.DTypeLike] = None,
             steps_per_task: Optional[int] = None) -> Any:
@@ -62,7 +62,7 @@ def denoise(array: Any, threshold: Threshold, iterations: int = 3, *,
         diffusefilt.estimate_threshold of a part that fits into memory.
     iterations, connectivity, conduction, channel_axis, dtype
         As in diffusefilt.denoise.
-    instruction_set : {"auto", "none", "avx", "avx2"}
+    instruction_set : InstructionSet
         "auto" is the best one of the processor that runs this call, not of those that compute.
     steps_per_task : int, optional
         By default as many as an eighth of the smallest chunk of an axis that is cut, at least 1.

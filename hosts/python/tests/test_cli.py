@@ -9,6 +9,7 @@ import numpy as np
 
 import diffusefilt
 from diffusefilt import cli
+from diffusefilt._axes import EXPONENTIAL
 
 
 def run(arguments):
@@ -31,10 +32,10 @@ class CommandLine(unittest.TestCase):
         np.save("in.npy", image)
         self.assertEqual(run("in.npy out.npy"), (0, ""))
         np.testing.assert_array_equal(np.load("out.npy"), diffusefilt.denoise(image))
-        options = "-k 20 -n 5 --conduction exponential --channel-axis -1 --type float32"
+        options = f"-k 20 -n 5 --conduction {EXPONENTIAL} --channel-axis -1 --type float32"
         self.assertEqual(run("in.npy out.npy " + options), (0, ""))
         np.testing.assert_array_equal(
-            np.load("out.npy"), diffusefilt.denoise(image, 20, 5, conduction="exponential",
+            np.load("out.npy"), diffusefilt.denoise(image, 20, 5, conduction=EXPONENTIAL,
                                                     channel_axis=-1, dtype="f4"))
         for status, words, arguments in ((1, "No such file", "none.npy out.npy"),
                                          (1, "directory", "in.npy folder"),

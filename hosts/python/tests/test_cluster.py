@@ -17,17 +17,18 @@ from numcodecs import FixedScaleOffset
 import diffusefilt
 from cluster_support import InFolder, content, noise, write
 from diffusefilt._samples import to_samples as rounded
+from diffusefilt._axes import EXPONENTIAL, QUADRATIC
 from diffusefilt.cluster import filter_store, local_client, stores, tasks
 from diffusefilt.cluster.plan import Block
 
 
 class Results(InFolder):
     def test_bits_do_not_depend_on_blocks_and_chunks(self):
-        cases = [(noise(30, 20, 24), (4, 8, 24), "minimal", "quadratic", {"order": "F"}),
-                 (noise(7, 9, 5), (7, 9, 5), "maximal", "exponential", {"compressor": None}),
-                 (noise(31, 40, dtype=">f8"), (1, 40), "maximal", "quadratic",
+        cases = [(noise(30, 20, 24), (4, 8, 24), "minimal", QUADRATIC, {"order": "F"}),
+                 (noise(7, 9, 5), (7, 9, 5), "maximal", EXPONENTIAL, {"compressor": None}),
+                 (noise(31, 40, dtype=">f8"), (1, 40), "maximal", QUADRATIC,
                   {"filters": [FixedScaleOffset(0, 1, ">f8")]}),
-                 (noise(9, 20, 33).astype("int16"), (4, 7, 9), "minimal", "exponential",
+                 (noise(9, 20, 33).astype("int16"), (4, 7, 9), "minimal", EXPONENTIAL,
                   {"dimension_separator": "/", "fill_value": None})]
         with local_client() as client:
             for image, chunks, connectivity, conduction, options in cases:

@@ -40,8 +40,8 @@ class Bits(InFolder):
                     how["block"] = tuple(rng.randint(max(n // 4, 1), n) for n in shape)
                 if rng.random() < 0.3:
                     how["scratch_compressor"] = rng.choice(("zstd", "lz4"))
-                how["connectivity"] = rng.choice(("minimal", "maximal"))
-                how["conduction"] = rng.choice(("quadratic", "exponential"))
+                how["connectivity"] = rng.choice(diffusefilt.CONNECTIVITIES)
+                how["conduction"] = rng.choice(diffusefilt.CONDUCTIONS)
                 how["instruction_set"] = rng.choice(("none", "auto"))
                 case = f"case {number} of seed {SEED}: {shape} {chunks} {iterations} {how}"
                 image = noise(*shape, dtype=rng.choice(("float32", "float64")))

@@ -25,12 +25,12 @@ def random_case(random):
     """An array, its chunks, and arguments of iterate."""
     shape = tuple(map(int, random.integers(1, *random.choice([(50, 2), (22, 3)]))))
     image = random.normal(100, 20, shape).astype(random.choice(["f4", "f8"]))
-    sets = ("none", "avx", "avx2")
+    sets = diffusefilt.INSTRUCTION_SETS
     sets = sets[:sets.index(diffusefilt.best_instruction_set()) + 1]
     return image, tuple(random_chunks(random, extent) for extent in shape), {
         "iterations": int(random.integers(1, 6)),
-        "connectivity": str(random.choice(["minimal", "maximal"])),
-        "conduction": str(random.choice(["quadratic", "exponential"])),
+        "connectivity": str(random.choice(diffusefilt.CONNECTIVITIES)),
+        "conduction": str(random.choice(diffusefilt.CONDUCTIONS)),
         "instruction_set": str(random.choice(sets))}
 
 

@@ -13,7 +13,8 @@ import numpy as np
 import xarray as xr
 
 import diffusefilt
-from diffusefilt import _samples, denoise
+from diffusefilt import CONDUCTIONS, CONNECTIVITIES, _samples, denoise
+from diffusefilt._axes import EXPONENTIAL, QUADRATIC
 
 HEAD = pathlib.Path("/usr/share/mricron/templates/ch2.nii.gz")  # of mricron-data
 NRRD = {"i1": "int8", "u1": "uint8", "i2": "int16", "u2": "uint16", "i4": "int32", "u4": "uint32",
@@ -44,7 +45,7 @@ def filtered_by_program(image, *options, channels=False):
 
 @unittest.skipUnless("DIFFUSE_PROGRAM" in os.environ, "DIFFUSE_PROGRAM is not set")
 class TheProgram(unittest.TestCase):
-    def expect_the_same(self, image, arithmetic, conduction="quadratic", iterations=3,
+    def expect_the_same(self, image, arithmetic, conduction=QUADRATIC, iterations=3,
                         threshold="auto", channels=False):
         expected = filtered_by_program(image, "--type", arithmetic, "--conduction", conduction,
                                        "-n", iterations, "-k", threshold, channels=channels)
@@ -65,7 +66,7 @@ class TheProgram(unittest.TestCase):
     def test_every_estimate(self):
         for image in (picture(), picture("f4", (5, 9, 14)), picture("u1", (1, 30)),
                       picture(sigma=0), np.full((6, 8), 7.0), np.round(picture("i2") / 10)):
-            for conduction, iterations in (("quadratic", 7), ("exponential", 1)):
+            for conduction, iterations in ((QUADRATIC, 7), (EXPONENTIAL, 1)):
                 self.expect_the_same(image, "float64", conduction, iterations)
         self.expect_the_same(picture("i2"), "float32", iterations=0)
         self.expect_the_same(picture("u1", (24, 30, 2)), "float64", channels=True)
@@ -128,8 +129,7 @@ class Kept(np.ndarray):
 class Containers(unittest.TestCase):
     def test_nothing_flows_over_the_border_of_a_mask(self):
         for dtype, arithmetic, conduction, connectivity in itertools.product(
-                ("i2", "f4", "f8"), ("float32", "float64"), ("quadratic", "exponential"),
-                ("minimal", "maximal")):
+                ("i2", "f4", "f8"), ("float32", "float64"), CONDUCTIONS, CONNECTIVITIES):
             image = np.ma.masked_array(picture(dtype, (6, 20, 30)), fill_value=3)
             image[..., 20:] = np.ma.masked
             image.data[..., 20:] = 90 if dtype == "i2" else np.nan

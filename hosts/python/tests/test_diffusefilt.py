@@ -14,11 +14,11 @@ from unittest import mock
 import numpy as np
 
 import diffusefilt
-from diffusefilt import _library, _steps
+from diffusefilt import CONDUCTIONS, CONNECTIVITIES, INSTRUCTION_SETS, _library, _steps
+from diffusefilt._axes import EXPONENTIAL, QUADRATIC
 
 PACKAGE = pathlib.Path(diffusefilt.__file__).resolve().parent
-SETS = _library.INSTRUCTION_SETS
-HERE_SETS = SETS[:SETS.index(diffusefilt.best_instruction_set()) + 1]
+HERE_SETS = INSTRUCTION_SETS[:INSTRUCTION_SETS.index(diffusefilt.best_instruction_set()) + 1]
 
 
 def noise(*shape, dtype="float64"):
@@ -31,7 +31,7 @@ def twice(image):
     return np.lib.stride_tricks.as_strided(row, image.shape, (0,) * (image.ndim - 1) + row.strides)
 
 
-def reference(image, threshold, connectivity="minimal", conduction="quadratic"):
+def reference(image, threshold, connectivity="minimal", conduction=QUADRATIC):
     """A step as the textbook has it."""
     reach = 1 if connectivity == "minimal" else image.ndim
     neighbours = [o for o in itertools.product((-1, 0, 1), repeat=image.ndim)
@@ -40,7 +40,7 @@ def reference(image, threshold, connectivity="minimal", conduction="quadratic"):
     for offset in neighbours:
         d = padded[tuple(slice(1 + o, 1 + o + e) for o, e in zip(offset, image.shape))] - image
         t = np.abs(d) * (1 / threshold)
-        g = 1 / (t * t + 1) if conduction == "quadratic" else np.exp(-(t * t))
+        g = 1 / (t * t + 1) if conduction == QUADRATIC else np.exp(-(t * t))
         total = total + g * d / np.count_nonzero(offset)
     return total * (1 / len(neighbours)) + image
 
@@ -49,8 +49,8 @@ class Steps(unittest.TestCase):
     def test_every_pipeline(self):
         for shape in ((7, 9), (5, 7, 9)):
             image = noise(*shape)
-            for axes in itertools.product(("minimal", "maximal"), ("quadratic", "exponential"),
-                                          ("float32", "float64"), HERE_SETS):
+            for axes in itertools.product(CONNECTIVITIES, CONDUCTIONS, ("float32", "float64"),
+                                          HERE_SETS):
                 connectivity, conduction, dtype, instruction_set = axes
                 found = diffusefilt.step(image.astype(dtype), 20, connectivity, conduction,
                                          instruction_set)
@@ -77,7 +77,7 @@ class Steps(unittest.TestCase):
     def test_parts_have_the_bits_of_the_whole(self):
         for dtype, width in itertools.product(("float32", "float64"), (3, 20)):
             image = noise(9, 8, width, dtype=dtype)
-            arguments = (15, "maximal", "exponential")
+            arguments = (15, "maximal", EXPONENTIAL)
             whole = diffusefilt.step(image, *arguments)
             columns = np.s_[4:13] if width == 20 else np.s_[1:2]
             for region in (np.s_[2:5], np.s_[:, 7:], (np.s_[3:-1], np.s_[2:3], columns)):
@@ -126,7 +126,7 @@ class Refusals(unittest.TestCase):
             (ValueError, "threshold .* not 0", lambda: step(image, 0)),
             (ValueError, "float32, not 1e-39", lambda: step(image.astype("float32"), 1e-39)),
             (ValueError, "minimal, maximal, not 'both'", lambda: step(image, 1, "both")),
-            (ValueError, "avx2, not 'sse'", lambda: step(image, 1, instruction_set="sse")),
+            (ValueError, f"{INSTRUCTION_SETS[-1]}, not 'sse'", lambda: step(image, 1, instruction_set="sse")),
             (ValueError, "share memory", lambda: step(image, 1, out=image[::-1])),
             (ValueError, r"shape \(6, 8\)", lambda: step(image, 1, out=image.T)),
             (TypeError, "numpy.ndarray of float64", lambda: step(image, 1, out=image.astype("float32"))),
@@ -161,7 +161,7 @@ class Refusals(unittest.TestCase):
                                  instruction_set="none")
             return caught.exception
 
-        pipeline = "diffusefilt2_minimal_quadratic_float64_none"
+        pipeline = diffusefilt.pipeline_name(image, 20, instruction_set="none")
         entry = _library._entry(pipeline)
 
         def interleaved(*arguments):  # another thread's call fails before this one's words are read
@@ -176,10 +176,10 @@ class Refusals(unittest.TestCase):
             error = narrow(3)
         self.assertEqual(error.status, -4)
         self.assertEqual(str(error), (
-            "diffusefilt2_minimal_quadratic_float64_none failed with status -4: Output buffer "
+            f"{pipeline} failed with status -4: Output buffer "
             "diffusefilt2 is accessed at 2, which is before the min (3) in dimension 0"))
         with mock.patch("diffusefilt._library._handler_found") as found:
-            entry = ctypes.CDLL(diffusefilt.LIBRARY).diffusefilt2_minimal_quadratic_float32_none
+            entry = ctypes.CDLL(diffusefilt.LIBRARY)[pipeline]
             self.assertEqual(entry(None, ctypes.c_double(1), None), -12)
         found.assert_called_once()
 
@@ -194,9 +194,11 @@ class Refusals(unittest.TestCase):
 
 class Surroundings(unittest.TestCase):
     def test_instruction_sets_by_flags(self):
-        for flags, expected in (("sse2 sse4_1", "none"), ("avx", "none"), ("avx sse4_1", "avx"),
-                                ("avx sse4_1 avx2 fma", "avx"), ("avx sse4_1 avx2 bmi1", "avx"),
-                                ("bmi1 fma avx2 sse4_1 avx", "avx2")):
+        lowest, middle, highest = INSTRUCTION_SETS
+        for flags, expected in (("sse2 sse4_1", lowest), ("avx", lowest), ("avx sse4_1", middle),
+                                (f"avx sse4_1 {highest} fma", middle),
+                                (f"avx sse4_1 {highest} bmi1", middle),
+                                (f"bmi1 fma {highest} sse4_1 avx", highest)):
             text = f"processor\t: 0\nflags\t\t: {flags}\nprocessor\t: 1\nflags\t\t: {flags}\n"
             self.assertEqual(diffusefilt.best_instruction_set(text), expected, flags)
 

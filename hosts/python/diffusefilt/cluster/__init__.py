@@ -14,8 +14,9 @@ whole array, however it is cut and chunked.
 
 What a cluster needs: source, target and scratch under the same names on all workers and on this
 machine; diffusefilt and the library installed on each; three threads for each worker
-(`dask worker --nthreads 3 --nworkers N`): one reads, one filters, one writes. For `exponential` in
-float64 all machines need the same math library and processor, or last bits may differ.
+(`dask worker --nthreads 3 --nworkers N`): one reads, one filters, one writes. In float64
+where exp is the conductance, all machines need the same math library and processor, or last bits
+may differ.
 
 Until the result is whole, its folder holds no metadata, so nobody takes it for an array, but a
 folder .partial with the job. No round writes where an earlier one has written, so a task that Dask

@@ -16,7 +16,7 @@ from typing import Any, Iterator, Optional
 import dask
 import distributed
 
-from diffusefilt._library import INSTRUCTION_SETS
+from diffusefilt import _axes
 from diffusefilt.cluster.filtering import filter_store
 from diffusefilt.cluster.local import has_dashboard, local_client
 
@@ -72,9 +72,9 @@ def _parse(arguments: Optional[list[str]]) -> argparse.Namespace:
     parser.add_argument("-k", "--threshold", type=float, required=True,
                         help="gradient threshold, in the units of the elements")
     parser.add_argument("-n", "--iterations", type=int, default=1, help="number of steps (1)")
-    parser.add_argument("--connectivity", default="minimal", choices=("minimal", "maximal"))
-    parser.add_argument("--conduction", default="quadratic", choices=("quadratic", "exponential"))
-    parser.add_argument("--instruction-set", default="auto", choices=("auto", *INSTRUCTION_SETS))
+    parser.add_argument("--connectivity", default=_axes.MINIMAL, choices=_axes.CONNECTIVITIES)
+    parser.add_argument("--conduction", default=_axes.QUADRATIC, choices=_axes.CONDUCTIONS)
+    parser.add_argument("--instruction-set", default="auto", choices=("auto", *_axes.INSTRUCTION_SETS))
     parser.add_argument("--type", choices=("float32", "float64"),
                         help="of the arithmetic (by the elements)")
     parser.add_argument("--resume", action="store_true",

@@ -15,7 +15,9 @@ import numcodecs
 import numpy
 
 from diffusefilt import _steps
-from diffusefilt._library import INSTRUCTION_SETS, best_instruction_set
+from diffusefilt._axes import (INSTRUCTION_SETS, MINIMAL, QUADRATIC, Conduction, Connectivity,
+                               InstructionSet)
+from diffusefilt._library import best_instruction_set
 from diffusefilt._samples import arithmetic_of
 from diffusefilt.cluster import plan as plans
 from diffusefilt.cluster import pyramid, rounds, tasks
@@ -30,9 +32,9 @@ Progress = Callable[[int, int], Any]
 
 
 def filter_store(source: str, target: str, threshold: float, iterations: int,
-                 connectivity: _steps.Connectivity = "minimal",
-                 conduction: _steps.Conduction = "quadratic",
-                 instruction_set: _steps.InstructionSet = "auto", *,
+                 connectivity: Connectivity = MINIMAL,
+                 conduction: Conduction = QUADRATIC,
+                 instruction_set: InstructionSet = "auto", *,
                  client: Optional[distributed.Client] = None, slabs: Optional[int] = None,
                  block: Optional[Sequence[int]] = None, steps_per_task: Optional[int] = None,
                  scratch: Optional[str] = None, scratch_compressor: Optional[str] = None,

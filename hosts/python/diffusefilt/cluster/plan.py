@@ -15,7 +15,7 @@ from typing import Iterator, Optional, Sequence
 Shape = tuple[int, ...]
 Index = tuple[int, ...]
 
-VECTOR_BYTES = 32  # the least length of a row of a block, that of a vector of avx and avx2
+VECTOR_BYTES = 32  # the least length of a row of a block, that of the longest vector
 INTERPRETER = 150_000_000  # bytes of a worker that has not read anything
 IN_FLIGHT = 3  # tasks of a worker at once: one reads, one filters, one writes
 SCRATCH_CHUNK = 1 << 20, 1 << 25  # bytes: smaller chunks cost time, larger ones memory
