@@ -5,39 +5,35 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <span>
 #include <string>
 
 namespace diffuse {
 
-// What the work in the child tells its parent.
-class ToParent {
-public:
-    explicit ToParent(int words, int memory) : words_(words), memory_(memory) {}
+// What parent and child share.
+struct Board {
+    static constexpr std::size_t headerRoom = std::size_t{64} << 20;
 
-    // The name of the format that the child takes the file for.
-    void name(const std::string& format) const;
-    // What the headers tell, and the memory that is shared for so many bytes of samples. From here
-    // on the child may use as much memory of its own as that many bytes ask for.
-    [[nodiscard]] std::byte* promise(const std::string& header, std::size_t bytes) const;
+    enum Outcome { none, done, refused, failed };
+    Outcome outcome = none;
+    std::uint64_t bytes = 0;       // of the input and, once they are promised, of the samples
+    std::uint64_t headerSize = 0;  // of what stands at the beginning of `header`
+    std::uint64_t sampleRoom = 0;
+    char format[64] = "of a known format", complaint[4096] = "";
+    char* header = nullptr;
+    std::byte* samples = nullptr;
 
-private:
-    int words_, memory_;
-};
-
-// Shared memory that the child has filled.
-using Samples = std::shared_ptr<const std::byte[]>;
-
-struct FromChild {
-    std::string header;
-    Samples samples;
+    // For the child: the name of the format that it takes the input for, and the bytes of that.
+    void begin(const std::string& name, std::uint64_t inputBytes);
+    // For the child: what the headers tell, and the bytes of all samples. From here on it may use
+    // as much memory of its own as they ask for. Throws std::bad_alloc if there is no room.
+    void promise(const std::string& text, std::uint64_t sampleBytes);
 };
 
 // Runs `work` in a forked child that has no threads but its own, cannot write to a file or start a
-// program, and leaves no core. Its memory is limited by `inputBytes` and then by its promise; so is
-// the time in which it makes no progress.
-// Throws std::runtime_error with one line if the work throws, the child dies or meets a limit: what
-// a Refusal says; otherwise "damaged, or not FORMAT:" and the last words of the reader.
-FromChild runApart(std::uintmax_t inputBytes, const std::function<void(const ToParent&)>& work);
+// program, and leaves no core. Its memory is limited by its input and its promise; so is the time
+// in which it makes no progress. Returns what it left. Throws std::runtime_error with one line if
+// the work throws, the child dies or meets a limit: what a Refusal says; otherwise "damaged, or not
+// FORMAT:" and the last words of the reader.
+std::shared_ptr<const Board> runApart(const std::function<void(Board&)>& work);
 
 }  // namespace diffuse

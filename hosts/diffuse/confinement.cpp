@@ -59,26 +59,19 @@ std::uintmax_t ownMemory() {
 
 }  // namespace
 
-std::pair<int, int> confine(pid_t parent, int errors, int first, int second) {
+void confine(pid_t parent, int errors) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) _exit(1);
     prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    // To numbers that none of them has, lest one replaces another.
-    constexpr int lowest = 3;
-    constexpr int above = 64;
-    const int kept[] = {fcntl(first, F_DUPFD, above), fcntl(second, F_DUPFD, above)};
     dup2(errors, STDERR_FILENO);
     dup2(errors, STDOUT_FILENO);
-    const int nothing = open("/dev/null", O_RDONLY);
-    dup2(nothing, STDIN_FILENO);
-    dup2(kept[0], lowest);
-    dup2(kept[1], lowest + 1);
-    close_range(lowest + 2, ~0U, 0);
+    close(STDIN_FILENO);
+    open("/dev/null", O_RDONLY);
+    close_range(STDERR_FILENO + 1, ~0U, 0);
     limit(RLIMIT_CORE, 0);
     limit(RLIMIT_FSIZE, 0);
     mallopt(M_ARENA_MAX, 1);
     refuseSystemCalls();
-    return {lowest, lowest + 1};
 }
 
 void allowMemory(std::uintmax_t bytes) {

@@ -4,15 +4,14 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <utility>
 
 namespace diffuse {
 
 // For a forked child: it ends with its parent, leaves no core, gains no privileges, keeps none of
-// the parent's files but the two it gets back under new numbers, and prints to `errors` only. From
+// the parent's files but `kept`, whose new number is returned, and prints to `errors` only. From
 // here on it cannot write to, make, rename or remove a file, start a program or open a connection;
 // where the kernel has no filter of system calls, it still cannot write to a file.
-std::pair<int, int> confine(pid_t parent, int errors, int first, int second);
+void confine(pid_t parent, int errors);
 
 // Lets the process have so many bytes beside those that it has now.
 void allowMemory(std::uintmax_t bytes);

@@ -16,8 +16,6 @@
 #include <vector>
 
 #include "filterLoop.h"
-#include "formats/Format.h"
-#include "interruption.h"
 #include "montage.h"
 #include "noise.h"
 #include "noiseLevel.h"
@@ -25,6 +23,7 @@
 #include "pictureFile.h"
 #include "progress.h"
 #include "report.h"
+#include "stagedFile.h"
 #include "startup.h"
 
 namespace diffuse {
@@ -43,35 +42,19 @@ private:
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
 
-Picture readInput(const Options& options) {
-    Picture picture = readPicture(options.input);
-    return options.slice ? takeSlice(picture, *options.slice) : picture;
-}
-
-// The parts of a file besides the one that the command line names, too.
-void requireApart(const std::filesystem::path& written,
-                  const std::vector<std::filesystem::path>& others, const std::string& what) {
-    for (const auto& part : filesWrittenTo(written)) {
-        for (const auto& other : others) {
-            if (isSameFile(part, other)) throw UsageError(part.string() + what);
-        }
-    }
-}
-
-void requireWritableFiles(const Options& options, const Picture& picture) {
-    const auto inputs = filesOf(options.input);
-    for (const auto& written : {options.output, options.preview}) {
-        if (!written.empty()) {
-            requireApart(written, inputs, " is a part of the input, which stays as it is");
-        }
-    }
-    if (!options.output.empty() && !options.preview.empty()) {
-        requireApart(options.preview, filesWrittenTo(options.output), " is a part of the output");
-    }
+void requireWritableFiles(const Options& options, const Picture& picture,
+                          const std::vector<std::filesystem::path>& inputs) {
     Picture sheet{{{1}, {1}}};
     sheet.sampleType = SampleType::uint8;
-    if (!options.output.empty()) requireWritable(options.output, picture);
-    if (!options.preview.empty()) requireWritable(options.preview, sheet);
+    for (const auto& written : {options.output, options.preview}) {
+        for (const auto& input : inputs) {
+            if (isSameFile(written, input)) {
+                throw UsageError(written.string() +
+                                 " is a part of the input, which stays as it is");
+            }
+        }
+        if (!written.empty()) requireWritable(written, written == options.output ? picture : sheet);
+    }
 }
 
 bool isFinite(const Picture& picture) {
@@ -117,10 +100,8 @@ void print(const std::string& text) {
 void finish(const Options& options, const Picture& picture, const Picture& preview,
             Report& report) {
     Stopwatch watch;
-    const auto output = options.output.empty() ? nullptr : stage(options.output);
-    const auto sheet = options.preview.empty() ? nullptr : stage(options.preview);
-    if (output) writePicture(*output, picture);
-    if (sheet) writePicture(*sheet, preview);
+    const auto output = options.output.empty() ? nullptr : stagePicture(options.output, picture);
+    const auto sheet = options.preview.empty() ? nullptr : stagePicture(options.preview, preview);
     report.seconds.write = watch.lap();
     print(options.json ? jsonReport(report, options, picture) : plainReport(report, options));
     if (output) commitPicture(*output);
@@ -131,11 +112,12 @@ void run(const Options& options) {
     Report report;
     Stopwatch watch;
     report.pipeline = axesOf(options.pipeline);
-    Picture picture = readInput(options);
+    auto [picture, inputs] = readPicture(options.input);
+    if (options.slice) picture = takeSlice(picture, *options.slice);
     watchInterruptions();
     requireFinite(options, picture);
     report.pipeline.dimensions = picture.dimensions();
-    requireWritableFiles(options, picture);
+    requireWritableFiles(options, picture, inputs);
     report.seconds.read = watch.lap();
 
     // Copies for the preview and the PSNR alone.

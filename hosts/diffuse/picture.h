@@ -35,6 +35,8 @@ struct Axis {
     double spacing = 1;  // between neighbouring samples, in millimetres
     // In space: left, posterior, superior. Empty if the place of the picture is unknown.
     std::vector<double> direction = {};
+
+    bool operator==(const Axis&) const = default;
 };
 
 struct Picture {

@@ -1,192 +1,155 @@
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 
 #include "childProcess.h"
 #include "formats/Format.h"
-#include "formats/rawData.h"
 #include "pictureFile.h"
 #include "samples.h"
 
 namespace diffuse {
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Axis, extent, spacing, direction)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Picture, axes, origin, sampleType, pixelKind, channels, notes)
+
 namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
+using Vector = std::vector<double>;
 
-std::string toBytes(const Contents& contents) {
-    const Picture& picture = contents.picture;
-    Json axes = Json::array();
-    for (const Axis& axis : picture.axes) {
-        axes.push_back(
-            {{"extent", axis.extent}, {"spacing", axis.spacing}, {"direction", axis.direction}});
+// Directions of length 1 that span the space, in lengths that a float holds.
+void requireSensiblePlace(const Picture& picture) {
+    const auto isLength = [](double x) { return x == 0 || std::isnormal(static_cast<float>(x)); };
+    bool makesSense = std::ranges::all_of(picture.origin, isLength);
+    Vector d[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    for (std::size_t a = 0; a < picture.axes.size(); ++a) {
+        const Axis& axis = picture.axes[a];
+        makesSense = makesSense && isLength(axis.spacing) && axis.spacing > 0;
+        if (axis.direction.empty()) continue;
+        d[a] = axis.direction;
+        d[a].resize(3);
+        makesSense = makesSense && std::abs(std::hypot(d[a][0], d[a][1], d[a][2]) - 1) < 1e-3;
     }
-    Json notes = Json::object();
-    for (const auto& [name, text] : picture.notes) {
-        notes[name] = Json::binary({text.begin(), text.end()});
+    const double volume = d[0][0] * (d[1][1] * d[2][2] - d[1][2] * d[2][1]) +
+                          d[0][1] * (d[1][2] * d[2][0] - d[1][0] * d[2][2]) +
+                          d[0][2] * (d[1][0] * d[2][1] - d[1][1] * d[2][0]);
+    if (!makesSense || !(std::abs(volume) > 1e-6)) {
+        throw Refusal("its place in space or its spacing makes no sense");
     }
-    const Json json = {{"axes", axes},
-                       {"origin", picture.origin},
-                       {"type", picture.sampleType},
-                       {"kind", picture.pixelKind},
-                       {"channels", picture.channels},
-                       {"notes", notes},
-                       {"planar", contents.planar},
-                       {"slope", contents.slope},
-                       {"shift", contents.shift}};
-    std::string bytes;
-    Json::to_cbor(json, bytes);
-    return bytes;
 }
 
-Contents fromBytes(const std::string& bytes) {
-    const Json json = Json::from_cbor(bytes);
-    Contents contents;
-    Picture& picture = contents.picture;
-    for (const Json& axis : json.at("axes")) {
-        picture.axes.push_back({axis.at("extent"), axis.at("spacing"),
-                                axis.at("direction").get<std::vector<double>>()});
-    }
-    json.at("origin").get_to(picture.origin);
-    json.at("type").get_to(picture.sampleType);
-    json.at("kind").get_to(picture.pixelKind);
-    json.at("channels").get_to(picture.channels);
-    for (const auto& [name, text] : json.at("notes").items()) {
-        picture.notes[name] = {text.get_binary().begin(), text.get_binary().end()};
-    }
-    json.at("planar").get_to(contents.planar);
-    json.at("slope").get_to(contents.slope);
-    json.at("shift").get_to(contents.shift);
-    return contents;
-}
-
-// What a header may promise. Throws Refusal, and std::bad_alloc beyond the machine's memory: beside
-// the samples stand their values, and those of one channel before and after a step.
-std::size_t requireSensible(const Contents& contents) {
-    constexpr std::uint64_t most = std::numeric_limits<int>::max();
+// Throws Refusal for more samples than the file can hold, whatever packs them but for those of a
+// nearly empty picture, and for more than the machine can: beside the samples stand their values,
+// and those of one channel before and after a step.
+void requireSensible(const Contents& contents, std::uint64_t inputBytes) {
+    constexpr std::uint64_t freeBytes = 128 << 20;
+    constexpr std::uint64_t proportion = 1100;  // gzip's best is 1032 to 1
     const Picture& picture = contents.picture;
-    if (picture.axes.size() != 2 && picture.axes.size() != 3) {
-        throw Refusal("it has " + std::to_string(picture.axes.size()) +
-                      " dimensions, 2 or 3 are needed");
+    const std::uint64_t bytes = requireSize(picture);
+    requireSensiblePlace(picture);
+    if (!std::isfinite(contents.slope) || !std::isfinite(contents.shift)) {
+        throw Refusal("the scale of its samples is no finite number");
     }
-    std::uint64_t pixels = 1;
-    bool isFinite = std::isfinite(contents.slope) && std::isfinite(contents.shift);
-    for (const double place : picture.origin) isFinite = isFinite && std::isfinite(place);
-    for (const Axis& axis : picture.axes) {
-        if (axis.extent > 1 && pixels > most) {
-            throw Refusal("slices of more than 2147483647 samples");
-        }
-        pixels *= requireExtent(axis.extent);
-        isFinite = isFinite && std::isfinite(axis.spacing) && axis.spacing > 0;
-        for (const double component : axis.direction)
-            isFinite = isFinite && std::isfinite(component);
+    if (bytes > freeBytes && (bytes - freeBytes) / proportion > inputBytes) {
+        throw Refusal("its header promises " + std::to_string(bytes >> 20) +
+                      " MiB, more than so small a file can hold");
     }
-    if (!isFinite) throw Refusal("its place, its spacing or its scale is no finite number");
-    requireExtent(picture.channels);
-    const double samples = static_cast<double>(pixels) * picture.channels;
-    const auto size = static_cast<double>(sizeOf(picture.sampleType));
-    const double needed = samples * (size + sizeof(double) * (1 + 2.0 / picture.channels));
+    const double values =
+        static_cast<double>(bytes) / static_cast<double>(sizeOf(picture.sampleType));
+    const double needed =
+        static_cast<double>(bytes) + values * sizeof(double) * (1 + 2.0 / picture.channels);
     const double present =
         static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
     if (needed > present) throw Refusal("not enough memory for its samples");
-    return static_cast<std::size_t>(samples * size);
 }
 
-// No packing but that of a nearly empty picture makes a file smaller than this.
-void requireProportion(std::size_t promised, std::uintmax_t present) {
-    constexpr std::uintmax_t free = 128 << 20;
-    constexpr std::uintmax_t most = 1100;  // gzip's best is 1032 to 1
-    if (promised > free + most * present) {
-        throw Refusal("its header promises " + std::to_string(promised >> 20) +
-                      " MiB, more than so small a file can hold");
+// A file with the one that holds its samples, or all of a folder.
+std::vector<fs::path> filesOf(const fs::path& file, const Format& format) {
+    std::vector<fs::path> files = {file};
+    if (fs::is_directory(file)) {
+        for (const auto& entry : fs::directory_iterator(file)) files.push_back(entry.path());
+    } else if (const fs::path other = format.companion ? format.companion(file) : fs::path();
+               !other.empty()) {
+        files.push_back(other);
     }
+    return files;
 }
 
-void readInChild(const fs::path& file, std::uintmax_t inputBytes, const ToParent& parent) {
+void readInChild(const fs::path& file, Board& board) {
     const Format* format = formatOf(file);
     if (!format) throw Refusal("unknown format");
-    parent.name(format->name);
+    board.begin(format->name, 0);
+    std::uint64_t inputBytes = 0;
+    Json names;
+    for (const fs::path& part : filesOf(file, *format)) {
+        names.push_back(part.string());
+        if (fs::is_regular_file(part)) inputBytes += fs::file_size(part);
+    }
+    board.begin(format->name, inputBytes);
     const Contents contents = format->open(file);
-    const std::size_t bytes = requireSensible(contents);
-    requireProportion(bytes, inputBytes);
-    contents.read(parent.promise(toBytes(contents), bytes));
+    requireSensible(contents, inputBytes);
+    std::string header;
+    Json::to_cbor({{"picture", contents.picture},
+                   {"slope", contents.slope},
+                   {"shift", contents.shift},
+                   {"files", names}},
+                  header);
+    board.promise(header, requireSize(contents.picture));
+    contents.read(board.samples);
 }
 
-std::vector<double> toValues(const Contents& contents, const Samples& bytes) {
-    const Picture& picture = contents.picture;
-    std::size_t pixels = 1;
-    for (const Axis& axis : picture.axes) pixels *= axis.extent;
+// From pixel after pixel to channel after channel.
+template <typename Sample>
+void takeValues(const Sample* samples, const Contents& contents, Picture& picture) {
+    constexpr auto exact = static_cast<double>(std::uint64_t{1} << 53);
     const std::size_t channels = picture.channels;
-    std::vector<double> values(pixels * channels);
-    withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
-        const auto* samples = reinterpret_cast<const Sample*>(bytes.get());
-        for (std::size_t c = 0; c < channels; ++c) {
-            const std::size_t step = contents.planar ? 1 : channels;
-            const Sample* from = samples + (contents.planar ? c * pixels : c);
-            for (std::size_t i = 0; i < pixels; ++i) {
-                const Sample sample = from[i * step];
-                const auto value = static_cast<double>(sample);
-                if constexpr (sizeof(Sample) == 8 && std::is_integral_v<Sample>) {
-                    constexpr auto exact = static_cast<double>(std::uint64_t{1} << 53);
-                    if (std::abs(value) > exact) {
-                        throw Refusal("it has whole numbers beyond 2^53, which would be rounded");
-                    }
-                }
-                values[c * pixels + i] = value;
+    const std::size_t pixels = picture.values.size() / channels;
+    for (std::size_t c = 0; c < channels; ++c) {
+        for (std::size_t i = 0; i < pixels; ++i) {
+            const auto value = static_cast<double>(samples[i * channels + c]);
+            if (std::is_integral_v<Sample> && std::abs(value) > exact) {
+                throw Refusal("it has whole numbers beyond 2^53, which would be rounded");
             }
+            picture.values[c * pixels + i] = contents.slope * value + contents.shift;
         }
-    });
-    return values;
-}
-
-Picture scaled(Contents&& contents) {
-    if (contents.slope != 1 || contents.shift != 0) {
-        for (double& value : contents.picture.values) {
-            value = contents.slope * value + contents.shift;
-        }
-        contents.picture.sampleType = SampleType::float64;
     }
-    return std::move(contents.picture);
-}
-
-// Of those files that are there.
-std::uintmax_t bytesIn(const std::vector<fs::path>& files) {
-    std::uintmax_t bytes = 0;
-    for (const fs::path& file : files) {
-        std::error_code ignored;
-        if (fs::is_regular_file(file, ignored)) bytes += fs::file_size(file);
-    }
-    return bytes;
+    if (contents.slope != 1 || contents.shift != 0) picture.sampleType = SampleType::float64;
 }
 
 }  // namespace
 
-Picture readPicture(const fs::path& file) {
+Input readPicture(const fs::path& file) {
+    const auto fail = [&](const std::string& why) {
+        throw std::runtime_error(file.string() + ": " + why);
+    };
+    Input input;
     try {
         if (fs::exists(file) && !fs::is_directory(file) && !fs::is_regular_file(file)) {
             throw Refusal("neither a file nor a folder");
         }
-        const std::uintmax_t bytes = bytesIn(filesOf(file));
-        const FromChild answer =
-            runApart(bytes, [&](const ToParent& parent) { readInChild(file, bytes, parent); });
-        Contents contents = fromBytes(answer.header);
-        requireSensible(contents);
-        contents.picture.values = toValues(contents, answer.samples);
-        return scaled(std::move(contents));
+        const auto board = runApart([&](Board& shared) { readInChild(file, shared); });
+        const Json json = Json::from_cbor(board->header, board->header + board->headerSize);
+        Contents contents{json.at("picture"), json.at("slope"), json.at("shift")};
+        for (const Json& name : json.at("files")) input.files.emplace_back(name.get<std::string>());
+        requireSensible(contents, board->bytes);
+        input.picture = contents.picture;
+        withSampleType(input.picture.sampleType, [&]<typename Sample>(Sample*) {
+            input.picture.values.resize(requireSize(contents.picture) / sizeof(Sample));
+            takeValues(reinterpret_cast<const Sample*>(board->samples), contents, input.picture);
+        });
     } catch (const fs::filesystem_error& error) {
-        throw std::runtime_error(file.string() + ": " + error.code().message());
+        fail(error.code().message());
     } catch (const std::bad_alloc&) {
-        throw std::runtime_error(file.string() + ": not enough memory");
+        fail("not enough memory");
     } catch (const std::exception& error) {
-        throw std::runtime_error(file.string() + ": " + error.what());
+        fail(error.what());
     }
+    return input;
 }
 
 }  // namespace diffuse

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <type_traits>
 
 #include "picture.h"
@@ -49,6 +50,26 @@ Sample toSample(double value) {
     } else {
         return static_cast<Sample>(value);
     }
+}
+
+inline std::size_t sizeOf(SampleType type) {
+    return withSampleType(type, [](auto* sample) { return sizeof(*sample); });
+}
+
+// All samples as files have them: of the picture's type, the channels of a pixel together.
+inline std::string samplesOf(const Picture& picture) {
+    std::string bytes(picture.values.size() * sizeOf(picture.sampleType), '\0');
+    withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
+        auto* samples = reinterpret_cast<Sample*>(bytes.data());
+        for (int c = 0; c < picture.channels; ++c) {
+            std::size_t at = c;
+            for (const double value : picture.channel(c)) {
+                samples[at] = toSample<Sample>(value);
+                at += picture.channels;
+            }
+        }
+    });
+    return bytes;
 }
 
 }  // namespace diffuse

@@ -5,14 +5,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <mutex>
+#include <set>
 #include <stdexcept>
+#include <string>
 #include <system_error>
-#include <utility>
-
-#include "formats/Format.h"
+#include <thread>
 
 namespace diffuse {
 
@@ -22,6 +23,57 @@ namespace fs = std::filesystem;
 
 [[noreturn]] void fail(int error) {
     throw std::runtime_error(std::generic_category().message(error));
+}
+
+// Outlives main: the watching thread may still look at it then.
+struct Shared {
+    std::mutex mutex;
+    std::set<fs::path> folders;
+};
+
+Shared& shared() {
+    static auto& instance = *new Shared;
+    return instance;
+}
+
+// A writer may go on putting files into the folder until it is gone.
+void removeFolder(const fs::path& folder) {
+    std::error_code error;
+    do {
+        fs::remove_all(folder, error);
+    } while (error == std::errc::directory_not_empty);
+}
+
+[[noreturn]] void endBySignal(sigset_t watched) {
+    int signal = 0;
+    sigwait(&watched, &signal);
+    const std::lock_guard lock(shared().mutex);
+    for (const fs::path& folder : shared().folders) removeFolder(folder);
+    std::signal(signal, SIG_DFL);
+    pthread_sigmask(SIG_UNBLOCK, &watched, nullptr);
+    raise(signal);
+    std::abort();
+}
+
+// The number of the folder, locked; -1 if another process has it or nobody can lock it.
+int lockFolder(const fs::path& folder) {
+    const int number = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    struct stat status {};
+    const bool locked = number >= 0 && flock(number, LOCK_EX | LOCK_NB) == 0 &&
+                        fstat(number, &status) == 0 && status.st_nlink > 0;
+    if (!locked && number >= 0) close(number);
+    return locked ? number : -1;
+}
+
+void removeLeftovers(const fs::path& parent, const std::string& prefix) {
+    std::error_code ignored;
+    for (const fs::directory_entry& entry : fs::directory_iterator(parent, ignored)) {
+        if (!entry.path().filename().string().starts_with(prefix)) continue;
+        const int lock = lockFolder(entry.path());
+        if (lock < 0) continue;
+        removeFolder(entry.path());
+        close(lock);
+    }
 }
 
 // Takes the room for a moment and gives it back.
@@ -44,97 +96,70 @@ void requireStored(const fs::path& path) {
     if (error != 0) fail(error);
 }
 
-// Whether the file is there and names the other as its data.
-bool owns(const fs::path& file, const std::string& name) {
-    try {
-        const auto files = filesOf(file);
-        return std::ranges::find(files, file.parent_path() / name) != files.end();
-    } catch (const std::exception&) {
-        return false;
-    }
-}
-
-// Other processes that put files of several parts into this folder wait.
-class FolderLock {
-public:
-    explicit FolderLock(const fs::path& folder)
-        : number_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        int status = -1;
-        while (number_ >= 0 && (status = flock(number_, LOCK_EX)) != 0 && errno == EINTR) continue;
-        if (status == 0) return;
-        const int error = errno;
-        if (number_ >= 0) close(number_);
-        throw std::runtime_error("its folder cannot be locked, which files of two parts need: " +
-                                 std::generic_category().message(error));
-    }
-    ~FolderLock() { close(number_); }
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    int number_;
-};
-
-// Permissions and, where that is allowed, the owner.
-void takeOverMode(const fs::path& from, const fs::path& to) {
-    struct stat status {};
-    if (stat(from.c_str(), &status) != 0) return;
-    [[maybe_unused]] const int owned = chown(to.c_str(), status.st_uid, status.st_gid);
-    if (chmod(to.c_str(), status.st_mode & 07777) != 0) fail(errno);
-}
-
 }  // namespace
 
-void requireFree(const fs::path& target, const std::string& name) {
-    if (!fs::exists(target.parent_path() / name)) return;
-    bool isOthers = !owns(target, name);
-    for (const char* suffix : {".mhd", ".nhdr", ".hdr"}) {
-        const fs::path other = fs::path(target).replace_extension(suffix);
-        isOthers = isOthers || (other != target && owns(other, name));
+void watchInterruptions() {
+    sigset_t watched;
+    sigfillset(&watched);
+    // Those that end no process.
+    for (const int signal :
+         {SIGCHLD, SIGURG, SIGWINCH, SIGCONT, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU}) {
+        sigdelset(&watched, signal);
     }
-    if (isOthers) {
-        throw std::runtime_error("its data would replace those of another file, " +
-                                 (target.parent_path() / name).string());
+    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+        struct sigaction action {};
+        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+            sigdelset(&watched, signal);
+        }
+    }
+    pthread_sigmask(SIG_BLOCK, &watched, nullptr);
+    shared();
+    std::thread(endBySignal, watched).detach();
+}
+
+StagedFile::StagedFile(const fs::path& target) : target_(target) {
+    const fs::path parent =
+        fs::absolute(target.has_parent_path() ? target.parent_path() : ".").lexically_normal();
+    // Names of files may be as long as those of folders.
+    const std::string name = target.filename().string();
+    const std::string prefix = ".diffuse-" + std::to_string(std::hash<std::string>{}(name)) + "-";
+    removeLeftovers(parent, prefix);
+    const std::lock_guard lock(shared().mutex);
+    // Another process may take a folder for left behind before it is locked.
+    for (int attempt = 0; lock_ < 0 && attempt < 10; ++attempt) {
+        std::string folder = (parent / (prefix + "XXXXXX")).string();
+        if (!mkdtemp(folder.data())) fail(errno);
+        folder_ = folder;
+        shared().folders.insert(folder_);
+        lock_ = lockFolder(folder_);
+        if (lock_ < 0 && fs::exists(folder_)) return;  // here nobody can lock it
+        if (lock_ < 0) shared().folders.erase(folder_);
     }
 }
 
-StagedFile::StagedFile(fs::path target) : target_(std::move(target)), folder_(target_) {}
+StagedFile::~StagedFile() {
+    const std::lock_guard lock(shared().mutex);
+    removeFolder(folder_);
+    shared().folders.erase(folder_);
+    if (lock_ >= 0) close(lock_);
+}
 
 void StagedFile::fill(std::size_t room, const std::function<void(const fs::path&)>& write) const {
-    requireRoom(folder_.path(), room);
-    const fs::path beside = folder_.path() / target_.filename();
+    requireRoom(folder_, room);
+    const fs::path beside = folder_ / target_.filename();
     write(beside);
-    if (!fs::exists(beside)) throw std::runtime_error("nothing was written");
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder_.path())) {
-        requireStored(entry.path());
-    }
+    requireStored(beside);
 }
 
 void StagedFile::commit() const {
-    const fs::path parent = target_.has_parent_path() ? target_.parent_path() : ".";
-    const fs::path beside = folder_.path() / target_.filename();
-    std::vector<fs::path> parts;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder_.path())) {
-        takeOverMode(parent / entry.path().filename(), entry.path());
-        if (entry.path() != beside) parts.push_back(entry.path());
+    const fs::path beside = folder_ / target_.filename();
+    struct stat status {};
+    if (stat(target_.c_str(), &status) == 0) {
+        // The owner stays where that is allowed.
+        [[maybe_unused]] const int owned = chown(beside.c_str(), status.st_uid, status.st_gid);
+        if (chmod(beside.c_str(), status.st_mode & 07777) != 0) fail(errno);
     }
-    if (parts.empty()) {
-        const Uninterrupted untilItIsMoved;
-        return fs::rename(beside, target_);
-    }
-    const FolderLock alone(parent);
-    for (const fs::path& part : parts) requireFree(target_, part.filename().string());
-    const Uninterrupted untilAllAreMoved;
-    const fs::path aside = folder_.path() / asideName;
-    const bool existed = fs::exists(target_);
-    if (existed) fs::rename(target_, aside);
-    try {
-        for (const fs::path& part : parts) fs::rename(part, parent / part.filename());
-        fs::rename(beside, target_);
-    } catch (...) {
-        if (existed) fs::rename(aside, target_);
-        throw;
-    }
+    fs::rename(beside, target_);
 }
 
 }  // namespace diffuse

@@ -1,21 +1,27 @@
-// Files that stand whole or not at all.
+// Files that stand whole or not at all, and what an interruption leaves behind: nothing.
 #pragma once
 
 #include <filesystem>
 #include <functional>
-#include <string>
-#include <vector>
-
-#include "interruption.h"
 
 namespace diffuse {
 
-// A file on its way to a target, first in a folder of its own beside it. Formats that keep header
-// and data apart move together and refer to each other by their final names.
+// From now on every signal that ends a process by default, and is not ignored, ends this one only
+// after the folders of all StagedFile objects are gone; but for SIGKILL and for a fault of the
+// process itself. To be called before the process has other threads.
+// Throws std::system_error if there is no thread to be had.
+void watchInterruptions();
+
+// A file on its way to a target, first in a folder of its own beside it that goes with the object
+// or with the process. Until then the folder is locked: what a process of the same program left
+// there for the same target when it was killed is found by that, and removed.
 class StagedFile {
 public:
     // Throws std::runtime_error if there is no folder to be had.
-    explicit StagedFile(std::filesystem::path target);
+    explicit StagedFile(const std::filesystem::path& target);
+    ~StagedFile();
+    StagedFile(const StagedFile&) = delete;
+    StagedFile& operator=(const StagedFile&) = delete;
 
     [[nodiscard]] const std::filesystem::path& target() const { return target_; }
 
@@ -25,18 +31,12 @@ public:
     void fill(std::size_t room,
               const std::function<void(const std::filesystem::path& beside)>& write) const;
 
-    // Puts all that was written in place, with the permissions of what stood there. While several
-    // files are, the folder of the target is locked, and its old header is out of the way: whatever
-    // happens then, no header stands beside data of another. Without this call, and if it throws,
-    // files that stood before stay.
+    // Puts the file in place, with the permissions of the one that stood there.
     void commit() const;
 
 private:
-    std::filesystem::path target_;
-    TemporaryFolder folder_;
+    std::filesystem::path target_, folder_;
+    int lock_ = -1;
 };
-
-// Throws std::runtime_error if a file of this name beside `target` belongs to another file than it.
-void requireFree(const std::filesystem::path& target, const std::string& name);
 
 }  // namespace diffuse

@@ -5,6 +5,7 @@
 #include <tbb/info.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <future>
 #include <system_error>
@@ -33,15 +34,19 @@ bool canStart(int threads) {
 
 void secureStandardStreams() {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        // The lowest number that is free is taken.
-        if (fcntl(stream, F_GETFD) < 0)
-            open("/dev/null", stream == STDIN_FILENO ? O_RDONLY : O_WRONLY);
+        // The lowest number that is free is taken; to write there still fails.
+        if (fcntl(stream, F_GETFD) < 0) open("/dev/null", O_RDONLY);
     }
-    std::signal(SIGPIPE, SIG_IGN);
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int startThreads(int wanted) {
-    const int threads = wanted > 0 ? wanted : tbb::info::default_concurrency();
+    const int all = tbb::info::default_concurrency();
+    const int threads = wanted > 0 ? std::min(wanted, 8 * all) : all;
     if (canStart(threads - 1)) return threads;
     halide_set_num_threads(1);
     halide_set_custom_do_par_for(halide_default_do_par_for);

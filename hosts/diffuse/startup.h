@@ -3,8 +3,8 @@
 
 namespace diffuse {
 
-// Opens what is closed of standard input, output and error, lest a file takes their place, and
-// ignores SIGPIPE: a closed pipe is an error like a full disk.
+// Opens what is closed of standard input, output and error, lest a file takes their place. From now
+// on to write to a closed pipe, or beyond the limit for a file, is an error like a full disk.
 void secureStandardStreams();
 
 // Tries whether as many threads can be started as the parallel loop will start for `wanted`, 0 for

@@ -10,6 +10,8 @@
 #include <limits>
 #include <memory>
 
+#include "../samples.h"
+
 namespace diffuse {
 
 namespace {
@@ -23,21 +25,13 @@ std::vector<Format>& known() {
 
 std::string headOf(const fs::path& file) {
     const std::unique_ptr<gzFile_s, int (*)(gzFile)> stream(gzopen(file.c_str(), "rb"), gzclose);
-    if (!stream) throw std::runtime_error(std::strerror(errno));
+    if (!stream) throw Refusal(std::strerror(errno));
     std::array<char, 4096> bytes{};
     const int count = gzread(stream.get(), bytes.data(), bytes.size());
     return {bytes.data(), static_cast<std::size_t>(std::max(count, 0))};
 }
 
 }  // namespace
-
-int requireExtent(std::uint64_t samples) {
-    if (samples < 1 || samples > std::numeric_limits<int>::max()) {
-        throw Refusal("an axis of " + std::to_string(samples) +
-                      " samples, 1 to 2147483647 are possible");
-    }
-    return static_cast<int>(samples);
-}
 
 KnownFormat::KnownFormat(const Format& format) {
     known().push_back(format);
@@ -46,10 +40,9 @@ KnownFormat::KnownFormat(const Format& format) {
 const Format* formatOfName(const fs::path& file) {
     std::string name = file.filename().string();
     std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
+    const auto ends = [&](const std::string& suffix) { return name.ends_with(suffix); };
     for (const Format& format : known()) {
-        for (const std::string& suffix : format.suffixes) {
-            if (name.ends_with(suffix)) return &format;
-        }
+        if (std::ranges::any_of(format.suffixes, ends)) return &format;
     }
     return nullptr;
 }
@@ -63,20 +56,32 @@ const Format* formatOf(const fs::path& file) {
     return formatOfName(file);
 }
 
-std::vector<fs::path> filesOf(const fs::path& file) {
-    std::vector<fs::path> files = {file};
-    if (fs::is_directory(file)) {
-        for (const fs::directory_entry& entry : fs::directory_iterator(file)) {
-            files.push_back(entry.path());
-        }
-    } else if (!fs::is_regular_file(file)) {
-        return files;
-    } else if (const Format* format = formatOf(file); format && format->companions) {
-        for (const std::string& name : format->companions(file)) {
-            files.push_back(file.parent_path() / name);
-        }
+int requireExtent(std::uint64_t samples) {
+    if (samples < 1 || samples > std::numeric_limits<int>::max()) {
+        throw Refusal("an axis of " + std::to_string(samples) +
+                      " samples, 1 to 2147483647 are possible");
     }
-    return files;
+    return static_cast<int>(samples);
+}
+
+std::uint64_t requireSize(const Picture& picture) {
+    constexpr std::uint64_t most = std::numeric_limits<int>::max();
+    constexpr double beyondAll = 1e18;
+    if (picture.axes.size() != 2 && picture.axes.size() != 3) {
+        throw Refusal(std::to_string(picture.axes.size()) + " dimensions, 2 or 3 are needed");
+    }
+    std::uint64_t pixels = 1;
+    for (const Axis& axis : picture.axes) {
+        if (axis.extent > 1 && pixels > most) {
+            throw Refusal("slices of more than 2147483647 samples");
+        }
+        pixels *= requireExtent(axis.extent);
+    }
+    const std::uint64_t each = requireExtent(picture.channels) * sizeOf(picture.sampleType);
+    if (static_cast<double>(pixels) * static_cast<double>(each) > beyondAll) {
+        throw Refusal("not enough memory for its samples");
+    }
+    return pixels * each;
 }
 
 }  // namespace diffuse

@@ -24,34 +24,28 @@ struct Refusal : std::runtime_error {
 // What the headers of a file tell, and how to get at its samples.
 struct Contents {
     Picture picture;              // without its values
-    bool planar = false;          // samples stand channel after channel, not pixel after pixel
     double slope = 1, shift = 0;  // a value is slope * sample + shift
-    // Puts all samples, of the picture's sample type, where it is told. Throws if one is missing.
+    // Puts all samples, of the picture's sample type, where it is told, the channels of a pixel
+    // together. Throws if one is missing.
     std::function<void(std::byte*)> read = {};
 };
 
 struct Format {
     const char* name;
-    std::vector<std::string> suffixes;  // in lower case, with their dots; the first is its own
+    std::vector<std::string> suffixes;  // in lower case, with their dots
     // Whether a file is of this format, by its first bytes, unpacked if gzip has packed them.
     bool (*recognises)(std::string_view head);
     Contents (*open)(const std::filesystem::path& file);
 
-    // The rest is null where it does not apply.
-
-    // Names of other files in the same folder that hold data of this one, by what stands in it.
-    std::vector<std::string> (*companions)(const std::filesystem::path& file) = nullptr;
-    // Throws Refusal if the format cannot hold such samples; the picture may be without values.
+    // Where the format is written: throws Refusal if it cannot hold such a picture, which may be
+    // without values; writes it, all in one file.
     void (*requireHeld)(const Picture& picture) = nullptr;
-    // Writes into a folder that holds nothing else; null if the format is only read.
     void (*write)(const std::filesystem::path& file, const Picture& picture) = nullptr;
-    // Names of the files that `write` makes beside one of this name.
-    std::vector<std::string> (*writtenBeside)(const std::filesystem::path& file) = nullptr;
     bool keepsProfile = false;  // the colour profile
-};
 
-// The extent of an axis, 1 to 2147483647. Throws Refusal for any other.
-int requireExtent(std::uint64_t samples);
+    // Where a file may name another of its folder that holds its samples: that one, or nothing.
+    std::filesystem::path (*companion)(const std::filesystem::path& file) = nullptr;
+};
 
 // Adds a format to the list. For static objects alone.
 struct KnownFormat {
@@ -59,14 +53,18 @@ struct KnownFormat {
 };
 
 // The format of an existing file by its contents, of a folder DICOM; else that of its name; else
-// null. Throws std::runtime_error if it cannot be read.
+// null. Throws Refusal if it cannot be read.
 const Format* formatOf(const std::filesystem::path& file);
 
 // The format whose suffix ends the name, whatever the case of its letters; null if there is none.
 const Format* formatOfName(const std::filesystem::path& file);
 
-// All files that an existing file consists of, itself among them; of a folder, all files in it.
-std::vector<std::filesystem::path> filesOf(const std::filesystem::path& file);
+// The extent of an axis, 1 to 2147483647. Throws Refusal for any other.
+int requireExtent(std::uint64_t samples);
+
+// The bytes of all samples. Throws Refusal if there are not 2 or 3 axes, or the library's records
+// cannot hold them.
+std::uint64_t requireSize(const Picture& picture);
 
 // The key of the colour profile among the notes of a picture.
 inline constexpr char colourProfile[] = "icc-profile-data";

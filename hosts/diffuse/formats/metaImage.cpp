@@ -1,13 +1,7 @@
-// MetaImage, with its samples behind the header or in a file of their own. ITK reads it.
-#include <itkMetaImageIO.h>
-
+// MetaImage with its samples behind the header or in a file beside it.
 #include <algorithm>
-#include <cctype>
-#include <map>
-#include <sstream>
 
-#include "Format.h"
-#include "itkContents.h"
+#include "../samples.h"
 #include "rawData.h"
 
 namespace diffuse {
@@ -16,79 +10,113 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Header {
-    std::map<std::string, std::string> fields;
-    std::uintmax_t end = 0;
-
-    [[nodiscard]] std::string field(const char* name) const {
-        const auto found = fields.find(name);
-        return found == fields.end() ? "" : found->second;
-    }
-};
-
-Header headerOf(const fs::path& file) {
-    Header header;
-    header.end = readLines(file, [&](std::string_view line) {
-        const std::size_t equals = line.find('=');
-        if (equals == std::string_view::npos) return !trimmed(line).empty();
-        const std::string name = trimmed(line.substr(0, equals));
-        if (header.fields.contains(name)) throw Refusal("its header tells " + name + " twice");
-        header.fields[name] = trimmed(line.substr(equals + 1));
-        return name != "ElementDataFile";
-    });
-    const std::string data = header.field("ElementDataFile");
-    if (data.empty()) throw std::runtime_error("its header has no ElementDataFile");
-    if (data != "LOCAL") requireNeighbour(data);
-    return header;
+// Reading from a file apart ends the header, and so does reading on behind it.
+TextHeader headerOf(const fs::path& file) {
+    return readHeader(file, '=', "elementdatafile");
 }
 
-std::vector<std::string> companionsOf(const fs::path& file) {
-    const std::string data = headerOf(file).field("ElementDataFile");
-    return data == "LOCAL" ? std::vector<std::string>{} : std::vector{data};
+fs::path companionOf(const fs::path& file) {
+    const std::string data = headerOf(file).field("elementdatafile");
+    return data == "LOCAL" ? fs::path() : requireNeighbour(file, data);
 }
 
-bool isTrue(const std::string& word) {
-    return !word.empty() && (word[0] == 'T' || word[0] == '1');
+// A word for yes or no; absent, it says what `otherwise` says.
+bool says(const TextHeader& header, const std::string& name, bool otherwise) {
+    if (!header.has(name)) return otherwise;
+    return header.wordIn(name, {"False", "false", "0", "True", "true", "1"}) >= 3;
 }
 
-void refuseWhatIsNotRead(const Header& header) {
-    const std::string dimensions = header.field("NDims");
-    if (dimensions != "2" && dimensions != "3") {
-        throw Refusal("it has " + dimensions + " dimensions, 2 or 3 are needed");
-    }
-    const std::string units = header.field("DistanceUnits");
-    if (!units.empty() && units != "mm" && units != "?")
-        throw Refusal("its lengths are in " + units);
-    if (header.fields.contains("BinaryData") && !isTrue(header.field("BinaryData")))
-        throw Refusal("its samples are text");
-    if (const std::string skipped = header.field("HeaderSize");
-        !skipped.empty() && skipped != "0") {
-        throw Refusal("its samples stand behind a header of their own");
+// The first of the names that the header has, or the last of them.
+std::string oneOf(const TextHeader& header, std::initializer_list<const char*> names) {
+    const auto* found = std::ranges::find_if(names, [&](const char* n) { return header.has(n); });
+    return found == names.end() ? *(found - 1) : *found;
+}
+
+void placePicture(const TextHeader& header, Picture& picture) {
+    const std::size_t count = picture.axes.size();
+    const std::string place = oneOf(header, {"offset", "position", "origin"});
+    const std::string matrix = oneOf(header, {"transformmatrix", "rotation", "orientation"});
+    if (!header.has(place) && !header.has(matrix)) return;
+    picture.origin = header.has(place) ? header.numbers(place, count) : std::vector<double>(count);
+    std::vector<double> turn(count * count);
+    for (std::size_t i = 0; i < count; ++i) turn[i * (count + 1)] = 1;
+    if (header.has(matrix)) turn = header.numbers(matrix, count * count);
+    for (std::size_t a = 0; a < count; ++a) {
+        const auto row = turn.begin() + static_cast<std::ptrdiff_t>(a * count);
+        picture.axes[a].direction.assign(row, row + static_cast<std::ptrdiff_t>(count));
     }
 }
 
-// No word tells colours or opacity from other channels; three of 8 bits are shown as colours.
-PixelKind kindOf(const Picture& picture) {
-    if (picture.channels == 1) return PixelKind::grey;
-    const bool inColour = picture.channels == 3 && picture.sampleType == SampleType::uint8;
-    return inColour ? PixelKind::rgb : PixelKind::vector;
+void refuseWhatIsNotRead(const TextHeader& header, std::size_t dimensions) {
+    header.allow({"objecttype",
+                  "objectsubtype",
+                  "ndims",
+                  "binarydata",
+                  "binarydatabyteordermsb",
+                  "elementbyteordermsb",
+                  "compresseddata",
+                  "compresseddatasize",
+                  "transformmatrix",
+                  "rotation",
+                  "orientation",
+                  "offset",
+                  "position",
+                  "origin",
+                  "centerofrotation",
+                  "anatomicalorientation",
+                  "elementspacing",
+                  "elementsize",
+                  "dimsize",
+                  "elementnumberofchannels",
+                  "elementtype",
+                  "elementdatafile",
+                  "distanceunits"});
+    if (!says(header, "binarydata", true)) throw Refusal("its samples are text");
+    if (says(header, "compresseddata", false)) throw Refusal("its samples are packed");
+    if (header.has("distanceunits")) header.wordIn("distanceunits", {"mm", "?"});
+    if (header.has("centerofrotation") &&
+        header.numbers("centerofrotation", dimensions) != std::vector<double>(dimensions)) {
+        throw Refusal("its header has a centre of rotation, which would be lost");
+    }
 }
 
 Contents open(const fs::path& file) {
-    const Header header = headerOf(file);
-    refuseWhatIsNotRead(header);
-    const auto io = itk::MetaImageIO::New();
-    const std::string data = header.field("ElementDataFile");
-    const bool isLocal = data == "LOCAL";
-    RawSamples raw{isLocal ? file : file.parent_path() / data, isLocal ? header.end : 0,
-                   isTrue(header.field("CompressedData"))};
-    Contents contents = contentsOf(io.GetPointer(), file, raw);
-    contents.picture.pixelKind = kindOf(contents.picture);
-    const char* places[] = {"Offset",          "Position", "Origin",
-                            "TransformMatrix", "Rotation", "Orientation"};
-    const auto isTold = [&](const char* name) { return header.fields.contains(name); };
-    if (std::ranges::none_of(places, isTold)) forgetPlace(contents.picture);
-    return contents;
+    const TextHeader header = headerOf(file);
+    const std::size_t dimensions = header.wordIn("ndims", {"0", "1", "2", "3"});
+    refuseWhatIsNotRead(header, dimensions);
+    Picture picture;
+    for (const double extent : header.numbers("dimsize", dimensions)) {
+        const auto whole = static_cast<std::uint64_t>(std::clamp(extent, 0.0, 1e18));
+        if (static_cast<double>(whole) != extent) throw std::runtime_error("its size is no number");
+        picture.axes.push_back({requireExtent(whole)});
+    }
+    if (header.has("elementspacing")) {
+        const std::vector<double> spacing = header.numbers("elementspacing", dimensions);
+        for (std::size_t a = 0; a < dimensions; ++a) picture.axes[a].spacing = spacing[a];
+    }
+    placePicture(header, picture);
+    picture.sampleType = static_cast<SampleType>(header.wordIn(
+        "elementtype", {"MET_UCHAR", "MET_CHAR", "MET_USHORT", "MET_SHORT", "MET_UINT", "MET_INT",
+                        "MET_ULONG_LONG", "MET_LONG_LONG", "MET_FLOAT", "MET_DOUBLE"}));
+    if (header.has("elementnumberofchannels")) {
+        const double channels = header.numbers("elementnumberofchannels", 1)[0];
+        picture.channels = requireExtent(static_cast<std::uint64_t>(std::clamp(channels, 0., 1e9)));
+        if (picture.channels != channels) throw std::runtime_error("its channels are no number");
+    }
+    // No word tells colours from other channels; three of 8 bits are shown as colours.
+    if (picture.channels > 1) {
+        const bool inColour = picture.channels == 3 && picture.sampleType == SampleType::uint8;
+        picture.pixelKind = inColour ? PixelKind::rgb : PixelKind::vector;
+    }
+    const fs::path data = companionOf(file);
+    RawSamples raw{data.empty() ? file : data, data.empty() ? header.end : 0};
+    if (header.has("binarydatabyteordermsb") && header.has("elementbyteordermsb")) {
+        throw Refusal("its header tells the order of bytes twice");
+    }
+    const bool isBig =
+        says(header, oneOf(header, {"binarydatabyteordermsb", "elementbyteordermsb"}), false);
+    if (isBig) raw.swapped = static_cast<int>(sizeOf(picture.sampleType));
+    return withSamples(picture, raw);
 }
 
 void requireHeld(const Picture& picture) {
@@ -97,53 +125,40 @@ void requireHeld(const Picture& picture) {
     }
 }
 
-std::string dataName(const fs::path& file) {
-    return fs::path(file.filename()).replace_extension(".raw").string();
-}
-
-std::vector<std::string> writtenBeside(const fs::path& file) {
-    return file.extension() == ".mhd" ? std::vector{dataName(file)} : std::vector<std::string>{};
-}
-
 void write(const fs::path& file, const Picture& picture) {
     const char* types[] = {"UCHAR", "CHAR",       "USHORT",    "SHORT", "UINT",
                            "INT",   "ULONG_LONG", "LONG_LONG", "FLOAT", "DOUBLE"};
-    std::ostringstream extents, spacing, matrix, offset;
-    for (auto* text : {&extents, &spacing, &matrix, &offset}) text->precision(17);
+    std::vector<double> extents, spacing, matrix;
     for (const Axis& axis : picture.axes) {
-        extents << ' ' << axis.extent;
-        spacing << ' ' << axis.spacing;
-        for (const double component : axis.direction) matrix << ' ' << component;
+        extents.push_back(axis.extent);
+        spacing.push_back(axis.spacing);
+        matrix.insert(matrix.end(), axis.direction.begin(), axis.direction.end());
     }
-    for (const double place : picture.origin) offset << ' ' << place;
-    std::ostringstream header;
-    header << "ObjectType = Image\nNDims = " << picture.axes.size()
-           << "\nBinaryData = True\nBinaryDataByteOrderMSB = False\nCompressedData = False\n";
-    if (!picture.origin.empty()) {
-        header << "TransformMatrix =" << matrix.str() << "\nOffset =" << offset.str() << "\n";
+    std::string header = "ObjectType = Image\nNDims = " + std::to_string(picture.axes.size()) +
+                         "\nBinaryData = True\nBinaryDataByteOrderMSB = False\n"
+                         "CompressedData = False\n";
+    if (!matrix.empty()) {
+        header +=
+            "TransformMatrix =" + listOf(matrix) + "\nOffset =" + listOf(picture.origin) + "\n";
     }
-    header << "ElementSpacing =" << spacing.str() << "\nDimSize =" << extents.str() << "\n";
-    if (picture.channels > 1) header << "ElementNumberOfChannels = " << picture.channels << "\n";
-    const bool apart = file.extension() == ".mhd";
-    header << "ElementType = MET_" << types[static_cast<int>(picture.sampleType)]
-           << "\nElementDataFile = " << (apart ? dataName(file) : "LOCAL") << "\n";
-    writeTextAndSamples(file, header.str(),
-                        apart ? file.parent_path() / dataName(file) : fs::path(), picture);
+    header += "ElementSpacing =" + listOf(spacing) + "\nDimSize =" + listOf(extents) +
+              "\nElementNumberOfChannels = " + std::to_string(picture.channels) +
+              "\nElementType = MET_" + types[static_cast<int>(picture.sampleType)] +
+              "\nElementDataFile = LOCAL\n";
+    writeWithHeader(file, header, picture);
 }
 
 bool recognises(std::string_view head) {
-    return head.substr(0, 2000).find("NDims") != std::string_view::npos &&
-           head.find('=') != std::string_view::npos && std::isalpha(head[0]) != 0;
+    return head.find("NDims") < 2000 && head.find('=') < 2000;
 }
 
 const KnownFormat metaImage({.name = "MetaImage",
                              .suffixes = {".mha", ".mhd"},
                              .recognises = recognises,
                              .open = open,
-                             .companions = companionsOf,
                              .requireHeld = requireHeld,
                              .write = write,
-                             .writtenBeside = writtenBeside});
+                             .companion = companionOf});
 
 }  // namespace
 

@@ -1,15 +1,9 @@
-// NRRD, with its samples behind the header or in a file of their own. ITK reads it; its writer
-// would put every volume into a space, whether it was in one or not.
-#include <itkNrrdImageIO.h>
-
+// NRRD with raw or gzip-packed samples, behind the header or in a file beside it.
 #include <algorithm>
-#include <cctype>
-#include <fstream>
-#include <map>
+#include <cmath>
 #include <sstream>
 
-#include "Format.h"
-#include "itkContents.h"
+#include "../samples.h"
 #include "rawData.h"
 
 namespace diffuse {
@@ -18,191 +12,169 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Header {
-    std::map<std::string, std::string> fields;  // by names in lower case, blanks left out
-    std::string notes;                          // lines that say nothing of samples or space
-    std::uintmax_t end = 0;
-};
+constexpr char note[] = "nrrd";  // the key of the lines that are kept as they are
 
-Header headerOf(const fs::path& file) {
-    Header header;
-    header.end = readLines(file, [&](std::string_view line) {
-        const std::size_t colon = line.find(':');
-        if (line.empty() || line.starts_with('#') || colon == std::string_view::npos) {
-            return !line.empty();
+TextHeader headerOf(const fs::path& file) {
+    return readHeader(file, ':', "");
+}
+
+fs::path companionOf(const fs::path& file) {
+    const TextHeader header = headerOf(file);
+    return header.has("datafile") ? requireNeighbour(file, header.field("datafile")) : fs::path();
+}
+
+// Kinds of an axis of channels, in the order of PixelKind; the two that no kind tells are left out.
+PixelKind kindOf(const std::string& kind) {
+    const std::pair<const char*, PixelKind> kinds[] = {
+        {"RGB-color", PixelKind::rgb},     {"RGBA-color", PixelKind::rgba},
+        {"vector", PixelKind::vector},     {"2-vector", PixelKind::vector},
+        {"3-vector", PixelKind::vector},   {"4-vector", PixelKind::vector},
+        {"list", PixelKind::vector},       {"covariant-vector", PixelKind::vector},
+        {"3-gradient", PixelKind::vector}, {"point", PixelKind::vector}};
+    for (const auto& [name, meaning] : kinds) {
+        if (name == kind) return meaning;
+    }
+    throw Refusal("its pixels are neither grey nor colours nor vectors but " + kind);
+}
+
+// Whether the first axis holds channels.
+bool readChannels(const TextHeader& header, std::vector<double>& sizes, Picture& picture) {
+    std::istringstream kinds(header.field("kinds"));
+    std::string kind;
+    kinds >> kind;
+    if (kind.empty() || kind == "domain" || kind == "space" || kind == "???") return false;
+    picture.pixelKind = kindOf(kind);
+    picture.channels = requireExtent(static_cast<std::uint64_t>(sizes.front()));
+    sizes.erase(sizes.begin());
+    return true;
+}
+
+// Steps become directions of left, posterior and superior.
+void placePicture(TextHeader& header, Picture& picture, std::size_t axes) {
+    const bool isPlane = header.field("spacedimension") == "2";
+    const std::size_t space =
+        isPlane
+            ? 0
+            : header.wordIn("space", {"left-posterior-superior", "LPS", "left-anterior-superior",
+                                      "LAS", "right-anterior-superior", "RAS"});
+    const std::size_t count = isPlane ? 2 : 3;
+    const double signs[] = {space >= 4 ? -1.0 : 1.0, space >= 2 ? -1.0 : 1.0, 1.0};
+    for (const char* name : {"spacedirections", "spaceorigin"}) {
+        if (!header.has(name)) continue;
+        std::string& text = header.fields[name];
+        if (text.starts_with("none ")) text.erase(0, 5);
+        std::ranges::replace_if(
+            text, [](char c) { return c == '(' || c == ')' || c == ','; }, ' ');
+    }
+    const std::vector<double> steps = header.numbers("spacedirections", count * axes);
+    picture.origin.resize(count);
+    if (header.has("spaceorigin")) picture.origin = header.numbers("spaceorigin", count);
+    for (std::size_t i = 0; i < count; ++i) picture.origin[i] *= signs[i];
+    for (std::size_t a = 0; a < axes; ++a) {
+        Axis& axis = picture.axes[a];
+        const auto step = [&](std::size_t i) { return i < count ? steps[count * a + i] : 0; };
+        axis.spacing = std::hypot(step(0), step(1), step(2));
+        for (std::size_t i = 0; i < count; ++i) {
+            axis.direction.push_back(signs[i] * step(i) / axis.spacing);
         }
-        std::string name;
-        for (const char c : line.substr(0, colon)) {
-            if (c != ' ') name += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-        }
-        if (line.substr(colon).starts_with(":=") || name == "content") {
-            header.notes += std::string(line) + "\n";
-        } else if (header.fields.contains(name)) {
-            throw Refusal("its header tells " + name + " twice");
-        } else {
-            header.fields[name] = trimmed(line.substr(colon + 1));
-        }
-        return true;
-    });
-    if (header.fields.contains("datafile")) {
-        header.fields["datafile"] = requireNeighbour(header.fields["datafile"]);
-    }
-    return header;
-}
-
-std::vector<std::string> companionsOf(const fs::path& file) {
-    const Header header = headerOf(file);
-    const auto data = header.fields.find("datafile");
-    return data == header.fields.end() ? std::vector<std::string>{} : std::vector{data->second};
-}
-
-void refuseWhatIsNotRead(const Header& header) {
-    for (const char* field : {"lineskip", "byteskip", "measurementframe"}) {
-        const auto found = header.fields.find(field);
-        if (found != header.fields.end() && found->second != "0") {
-            throw Refusal(std::string("its header has the field ") + field + ", which is not kept");
-        }
-    }
-    const auto space = header.fields.find("space");
-    if (space != header.fields.end()) {
-        const std::string known[] = {"left-posterior-superior", "LPS",
-                                     "right-anterior-superior", "RAS",
-                                     "left-anterior-superior",  "LAS"};
-        if (std::ranges::find(known, space->second) == std::end(known)) {
-            throw Refusal("its space is " + space->second + ", not that of a patient");
-        }
-    }
-    const auto dimension = header.fields.find("spacedimension");
-    if (dimension != header.fields.end() && dimension->second != "2") {
-        throw Refusal("its space has no name");
     }
 }
 
-// Of the first unit that the field names, in millimetres; the others must be the same.
-double millimetres(const std::string& units) {
-    const std::map<std::string, double> known = {{"mm", 1},    {"cm", 10},          {"m", 1000},
-                                                 {"um", 1e-3}, {"\xc2\xb5m", 1e-3}, {"nm", 1e-6}};
-    std::string first;
-    std::istringstream words(units);
-    for (std::string word; words >> word;) {
-        std::erase(word, '"');
-        if (word.empty() || word == "???") continue;
-        if (!first.empty() && word != first) throw Refusal("its axes have different units");
-        first = word;
+void readAxes(TextHeader& header, Picture& picture) {
+    std::vector<double> sizes =
+        header.numbers("sizes", static_cast<std::size_t>(header.numbers("dimension", 1)[0]));
+    const bool hasChannels = readChannels(header, sizes, picture);
+    for (const double size : sizes) {
+        if (size != std::floor(size)) throw std::runtime_error("its sizes are no whole numbers");
+        picture.axes.push_back({requireExtent(size < 0 ? 0 : static_cast<std::uint64_t>(size))});
     }
-    if (first.empty()) return 1;
-    if (!known.contains(first)) throw Refusal("its lengths are in " + first);
-    return known.at(first);
-}
-
-void toMillimetres(Picture& picture, double unit) {
-    for (Axis& axis : picture.axes) axis.spacing *= unit;
-    for (double& place : picture.origin) place *= unit;
-}
-
-// The last number of a text could be cut.
-void requireLineEnd(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary | std::ios::ate);
-    stream.seekg(-1, std::ios::cur);
-    if (std::isspace(stream.get()) == 0) throw std::runtime_error("the file ends too early");
-}
-
-// ITK reads samples that are text.
-Contents readByItk(const fs::path& file, Header& header) {
-    const auto io = itk::NrrdImageIO::New();
-    const bool apart = header.fields.contains("datafile");
-    const std::string& encoding = header.fields["encoding"];
-    const bool isText = encoding == "ascii" || encoding == "txt" || encoding == "text";
-    if (isText && !apart) {
-        requireLineEnd(file);
-        return contentsOf(io.GetPointer(), file);
+    if (header.has("spacedirections")) return placePicture(header, picture, sizes.size());
+    if (!header.has("spacings")) return;
+    const auto spacings = header.numbers("spacings", sizes.size() + hasChannels);
+    for (std::size_t a = 0; a < sizes.size(); ++a) {
+        const double spacing = spacings[a + hasChannels];
+        if (!std::isnan(spacing)) picture.axes[a].spacing = spacing;
     }
-    if (encoding != "raw" && encoding != "gzip" && encoding != "gz") {
-        throw Refusal("its encoding is " + encoding);
-    }
-    const RawSamples raw{apart ? file.parent_path() / header.fields["datafile"] : file,
-                         apart ? 0 : header.end, encoding != "raw"};
-    return contentsOf(io.GetPointer(), file, raw);
 }
 
 Contents open(const fs::path& file) {
-    Header header = headerOf(file);
-    refuseWhatIsNotRead(header);
-    Contents contents = readByItk(file, header);
-    Picture& picture = contents.picture;
-    toMillimetres(picture, millimetres(header.fields["spaceunits"] + header.fields["units"]));
-    if (!header.fields.contains("spacedirections")) forgetPlace(picture);
-    if (!header.notes.empty()) picture.notes["nrrd"] = header.notes;
-    return contents;
-}
-
-std::string tuple(const std::vector<double>& numbers, double factor) {
-    std::ostringstream text;
-    text.precision(17);
-    for (const double number : numbers) text << (text.tellp() == 0 ? "(" : ",") << number * factor;
-    return text.str() + ")";
-}
-
-// The axes of the picture, behind that of its channels if it has more than one.
-std::string axesOf(const Picture& picture) {
-    const bool isPlaced = !picture.origin.empty();
-    const bool hasChannels = picture.channels > 1;
-    std::ostringstream sizes, kinds, steps;
-    steps.precision(17);
-    if (hasChannels) {
-        const char* names[] = {"", "", "RGB-color", "RGBA-color", "vector"};
-        sizes << ' ' << picture.channels;
-        kinds << ' ' << names[static_cast<int>(picture.pixelKind)];
-        steps << (isPlaced ? " none" : " nan");
+    TextHeader header = headerOf(file);
+    header.allow({"type", "dimension", "sizes", "spacings", "kinds", "space", "spacedimension",
+                  "spacedirections", "spaceorigin", "spaceunits", "content", "endian", "encoding",
+                  "datafile"});
+    Picture picture;
+    // Every three words are one type.
+    const std::size_t type = header.wordIn(
+        "type", {"uint8",  "uchar",    "unsigned char",  "int8",  "signed char", "int8_t",
+                 "uint16", "ushort",   "unsigned short", "int16", "short",       "int16_t",
+                 "uint32", "uint",     "unsigned int",   "int32", "int",         "int32_t",
+                 "uint64", "uint64_t", "ulonglong",      "int64", "int64_t",     "longlong",
+                 "float",  "float",    "float",          "double"});
+    picture.sampleType = static_cast<SampleType>(type / 3);
+    if (header.field("spaceunits").find_first_not_of("\"m ") != std::string::npos ||
+        header.field("spaceunits").find("\"m\"") != std::string::npos) {
+        throw Refusal("its lengths are in " + header.field("spaceunits") + ", not in mm");
     }
-    for (const Axis& axis : picture.axes) {
-        sizes << ' ' << axis.extent;
-        kinds << " domain";
-        if (isPlaced) {
-            steps << ' ' << tuple(axis.direction, axis.spacing);
-        } else {
-            steps << ' ' << axis.spacing;
-        }
+    readAxes(header, picture);
+    if (header.has("content")) header.notes += "content: " + header.field("content") + "\n";
+    if (!header.notes.empty()) picture.notes[note] = header.notes;
+    const fs::path data = companionOf(file);
+    RawSamples raw{data.empty() ? file : data, data.empty() ? header.end : 0};
+    raw.isPacked = header.wordIn("encoding", {"raw", "gzip", "gz"}) > 0;
+    const std::size_t size = sizeOf(picture.sampleType);
+    if (size > 1 && header.wordIn("endian", {"little", "big"}) == 1) {
+        raw.swapped = static_cast<int>(size);
     }
-    const std::string space =
-        picture.origin.size() == 3 ? "space: left-posterior-superior\n" : "space dimension: 2\n";
-    return "dimension: " + std::to_string(picture.axes.size() + hasChannels) + "\n" +
-           (isPlaced ? space : "") + "sizes:" + sizes.str() + "\n" +
-           (isPlaced ? "space directions:" : "spacings:") + steps.str() + "\nkinds:" + kinds.str() +
-           "\n" + (isPlaced ? "space origin: " + tuple(picture.origin, 1) + "\n" : "");
+    return withSamples(picture, raw);
 }
 
-std::string dataName(const fs::path& file) {
-    return fs::path(file.filename()).replace_extension(".raw").string();
-}
-
-std::vector<std::string> writtenBeside(const fs::path& file) {
-    return file.extension() == ".nhdr" ? std::vector{dataName(file)} : std::vector<std::string>{};
+void requireHeld(const Picture& picture) {
+    if (picture.pixelKind == PixelKind::greyOpacity) {
+        throw Refusal("NRRD holds no grey with opacity; PNG and TIFF do");
+    }
 }
 
 void write(const fs::path& file, const Picture& picture) {
     const char* types[] = {"uint8", "int8",   "uint16", "int16", "uint32",
                            "int32", "uint64", "int64",  "float", "double"};
-    const bool apart = file.extension() == ".nhdr";
-    const auto notes = picture.notes.find("nrrd");
-    std::string header = std::string("NRRD0005\ntype: ") +
-                         types[static_cast<int>(picture.sampleType)] + "\n" + axesOf(picture) +
-                         "endian: little\nencoding: raw\n";
-    if (notes != picture.notes.end()) header += notes->second;
-    header += apart ? "data file: " + dataName(file) + "\n" : "\n";
-    writeTextAndSamples(file, header, apart ? file.parent_path() / dataName(file) : fs::path(),
-                        picture);
+    const char* kinds[] = {"", "", " RGB-color", " RGBA-color", " vector"};
+    const bool isPlaced = !picture.origin.empty();
+    const bool hasChannels = picture.channels > 1;
+    const auto tuple = [](std::vector<double> numbers, double factor) {
+        for (double& number : numbers) number *= factor;
+        std::string text = listOf(numbers);
+        std::ranges::replace(text, ' ', ',');
+        text[0] = '(';
+        return std::string(" ").append(text).append(")");
+    };
+    std::string sizes = hasChannels ? listOf({static_cast<double>(picture.channels)}) : "";
+    std::string kind = kinds[static_cast<int>(picture.pixelKind)];
+    std::string steps = !hasChannels ? "" : isPlaced ? " none" : " nan";
+    for (const Axis& axis : picture.axes) {
+        sizes += listOf({static_cast<double>(axis.extent)});
+        kind += " domain";
+        steps += isPlaced ? tuple(axis.direction, axis.spacing) : listOf({axis.spacing});
+    }
+    const auto kept = picture.notes.find(note);
+    const std::string header =
+        std::string("NRRD0005\ntype: ") + types[static_cast<int>(picture.sampleType)] +
+        "\ndimension: " + std::to_string(picture.axes.size() + hasChannels) + "\n" +
+        (!isPlaced                    ? ""
+         : picture.origin.size() == 3 ? "space: left-posterior-superior\n"
+                                      : "space dimension: 2\n") +
+        "sizes:" + sizes + (isPlaced ? "\nspace directions:" : "\nspacings:") + steps +
+        "\nkinds:" + kind + (isPlaced ? "\nspace origin:" + tuple(picture.origin, 1) : "") +
+        "\nendian: little\nencoding: raw\n" + (kept == picture.notes.end() ? "" : kept->second);
+    writeWithHeader(file, header + "\n", picture);
 }
 
 const KnownFormat nrrd({.name = "NRRD",
                         .suffixes = {".nrrd", ".nhdr"},
-                        .recognises =
-                            [](std::string_view head) { return head.starts_with("NRRD0"); },
+                        .recognises = [](auto head) { return head.starts_with("NRRD0"); },
                         .open = open,
-                        .companions = companionsOf,
-                        .requireHeld = [](const Picture& p) { refuseGreyOpacity(p, "NRRD"); },
+                        .requireHeld = requireHeld,
                         .write = write,
-                        .writtenBeside = writtenBeside});
+                        .companion = companionOf});
 
 }  // namespace
 

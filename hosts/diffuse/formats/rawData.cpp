@@ -1,18 +1,19 @@
 #include "rawData.h"
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <array>
+#include <cctype>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 #include <new>
 #include <span>
-#include <stdexcept>
-#include <vector>
+#include <sstream>
 
 #include "../samples.h"
-#include "Format.h"
 
 namespace diffuse {
 
@@ -23,160 +24,167 @@ namespace fs = std::filesystem;
 void refuseShort() {
     throw std::runtime_error("the file ends too early");
 }
+void refuseLong() {
+    throw std::runtime_error("more follows than its header tells of");
+}
 
-// A file from an offset on, unpacked if it is packed.
-class Source {
-public:
-    explicit Source(const RawSamples& raw) : stream_(raw.file, std::ios::binary) {
-        constexpr int anyHeader = MAX_WBITS + 32;
-        stream_.seekg(static_cast<std::streamoff>(raw.offset));
-        if (!stream_) throw std::runtime_error(std::strerror(errno));
-        isPacked_ = raw.packed;
-        if (isPacked_ && inflateInit2(&state_, anyHeader) != Z_OK) throw std::bad_alloc();
+std::string trimmed(const std::string& text) {
+    constexpr char white[] = " \t\r";
+    const std::size_t begin = text.find_first_not_of(white);
+    if (begin == std::string::npos) return "";
+    return text.substr(begin, text.find_last_not_of(white) - begin + 1);
+}
+
+// Of gzip; a file that only looks packed is taken for such.
+void readPacked(const RawSamples& raw, std::span<std::byte> samples) {
+    constexpr std::size_t most = 1 << 30;
+    const int file = open(raw.file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0 || lseek(file, static_cast<off_t>(raw.offset), SEEK_SET) < 0) {
+        throw std::runtime_error(std::strerror(errno));
     }
-    ~Source() { inflateEnd(&state_); }
-    Source(const Source&) = delete;
-    Source& operator=(const Source&) = delete;
-
-    // Fills the bytes as far as there are any; returns how many there were.
-    std::size_t read(std::span<std::byte> bytes) {
-        auto* to = reinterpret_cast<char*>(bytes.data());
-        const auto count = static_cast<std::streamsize>(bytes.size());
-        if (!isPacked_) return stream_.read(to, count).gcount();
-        std::size_t filled = 0;
-        while (filled < bytes.size() && !atEnd_) {
-            constexpr std::size_t most = 1 << 30;
-            const auto part = static_cast<uInt>(std::min(most, bytes.size() - filled));
-            state_.next_out = reinterpret_cast<Bytef*>(to + filled);
-            state_.avail_out = part;
-            unpack();
-            filled += part - state_.avail_out;
-        }
-        return filled;
+    const gzFile stream = gzdopen(file, "rb");
+    if (!stream) throw std::bad_alloc();
+    std::vector<std::byte> skipped(raw.skipped);
+    std::byte behind{};
+    int count = 0;
+    for (std::span<std::byte> part : {std::span(skipped), samples, std::span(&behind, 1)}) {
+        do {
+            count = gzread(stream, part.data(), static_cast<unsigned>(std::min(part.size(), most)));
+            part = part.subspan(std::max(count, 0));
+        } while (count > 0 && !part.empty());
+        if (part.data() != &behind && !part.empty()) count = -1;
+        if (count < 0) break;
     }
+    const bool isWhole = gzclose_r(stream) == Z_OK && count == 0;
+    if (count > 0) refuseLong();
+    if (!isWhole) throw std::runtime_error("its packed samples are damaged, or end too early");
+}
 
-private:
-    void unpack() {
-        if (state_.avail_in == 0) {
-            stream_.read(packed_.data(), packed_.size());
-            state_.next_in = reinterpret_cast<Bytef*>(packed_.data());
-            state_.avail_in = static_cast<uInt>(stream_.gcount());
-            if (state_.avail_in == 0) refuseShort();
-        }
-        const int status = inflate(&state_, Z_NO_FLUSH);
-        if (status == Z_STREAM_END) {
-            // One may follow the other.
-            atEnd_ = state_.avail_in == 0 && stream_.peek() == std::ifstream::traits_type::eof();
-            if (!atEnd_) inflateReset(&state_);
-        } else if (status != Z_OK) {
-            throw std::runtime_error("its packed samples are damaged");
-        }
+void readSamples(const RawSamples& raw, std::span<std::byte> samples) {
+    if (raw.isPacked) {
+        readPacked(raw, samples);
+    } else {
+        std::ifstream stream(raw.file, std::ios::binary);
+        stream.seekg(static_cast<std::streamoff>(raw.offset + raw.skipped));
+        stream.read(reinterpret_cast<char*>(samples.data()),
+                    static_cast<std::streamsize>(samples.size()));
+        if (!stream) refuseShort();
     }
-
-    std::ifstream stream_;
-    std::array<char, 1 << 16> packed_{};
-    z_stream state_{};
-    bool isPacked_ = false, atEnd_ = false;
-};
+    for (std::size_t at = 0; raw.swapped > 1 && at < samples.size(); at += raw.swapped) {
+        std::ranges::reverse(samples.subspan(at, raw.swapped));
+    }
+}
 
 }  // namespace
 
-std::uintmax_t readLines(const fs::path& file, const std::function<bool(std::string_view)>& take) {
-    constexpr std::uintmax_t most = 1 << 20;
+std::string TextHeader::field(const std::string& name) const {
+    const auto found = fields.find(name);
+    return found == fields.end() ? "" : found->second;
+}
+
+std::vector<double> TextHeader::numbers(const std::string& name, std::size_t count) const {
+    std::vector<double> numbers;
+    std::istringstream words(field(name));
+    for (std::string word; words >> word;) {
+        const char* const end = word.data() + word.size();
+        const auto [stop, error] = std::from_chars(word.data(), end, numbers.emplace_back());
+        if (stop != end || error != std::errc()) numbers.resize(count + 1);
+    }
+    if (numbers.size() != count) {
+        throw std::runtime_error("its " + name + " is not " + std::to_string(count) + " numbers");
+    }
+    return numbers;
+}
+
+void TextHeader::allow(std::initializer_list<const char*> names) const {
+    for (const auto& [name, value] : fields) {
+        if (std::ranges::count(names, name) == 0) {
+            throw Refusal("its header has the field " + name + ", which would be lost");
+        }
+    }
+}
+
+std::size_t TextHeader::wordIn(const std::string& name,
+                               std::initializer_list<const char*> words) const {
+    const auto* found = std::ranges::find(words, field(name));
+    if (found == words.end()) throw Refusal("its " + name + " is '" + field(name) + "'");
+    return found - words.begin();
+}
+
+TextHeader readHeader(const fs::path& file, char separator, const std::string& last) {
+    constexpr int most = 1 << 20;
+    TextHeader header;
     std::ifstream stream(file, std::ios::binary);
-    std::uintmax_t end = 0;
-    std::string line;
-    for (char byte = 0; stream.get(byte); ++end) {
-        if (end == most) throw std::runtime_error("its header does not end");
-        if (byte != '\n') {
-            line += byte;
+    for (std::string line; std::getline(stream, line) && stream.tellg() < most;) {
+        header.end = stream.tellg();
+        const std::size_t at = line.find(separator);
+        if (trimmed(line).empty()) return header;
+        if (line[0] == '#' || at == std::string::npos) continue;
+        if (line.substr(at, 2) == ":=") {
+            header.notes += trimmed(line) + "\n";
             continue;
         }
-        if (line.ends_with('\r')) line.pop_back();
-        if (!take(line)) return end + 1;
-        line.clear();
+        std::string name;
+        for (const unsigned char c : line.substr(0, at)) {
+            if (c != ' ') name += static_cast<char>(std::tolower(c));
+        }
+        if (header.has(name)) throw Refusal("its header tells " + name + " twice");
+        header.fields[name] = trimmed(line.substr(at + 1));
+        if (name == last) return header;
     }
-    if (!line.empty()) take(line);
-    return end;
+    if (!header.has("datafile")) throw std::runtime_error("its header does not end");
+    return header;
 }
 
-std::string trimmed(std::string_view text) {
-    constexpr std::string_view white = " \t\r\n";
-    const std::size_t begin = text.find_first_not_of(white);
-    if (begin == std::string_view::npos) return "";
-    return std::string(text.substr(begin, text.find_last_not_of(white) - begin + 1));
-}
-
-std::string requireNeighbour(const std::string& name) {
-    if (name.find('/') != std::string::npos || name == "..") {
+fs::path requireNeighbour(const fs::path& header, const std::string& name) {
+    const fs::path plain = fs::path(name).lexically_normal();
+    const fs::path file = header.parent_path() / plain;
+    if (plain.has_parent_path() || fs::weakly_canonical(fs::absolute(file)).parent_path() !=
+                                       fs::weakly_canonical(fs::absolute(header)).parent_path()) {
         throw Refusal("its samples stand outside its folder, in " + name);
     }
-    if (name.starts_with("LIST") || name.find('%') != std::string::npos) {
-        throw Refusal("its samples stand in several files");
+    if (!fs::is_regular_file(file)) throw Refusal("its samples are not there, in " + name);
+    return file;
+}
+
+Contents withSamples(const Picture& picture, const RawSamples& raw) {
+    const std::uint64_t bytes = requireSize(picture);
+    if (!raw.isPacked) {
+        const std::uintmax_t present = fs::file_size(raw.file);
+        if (present < raw.offset + raw.skipped + bytes) refuseShort();
+        if (present > raw.offset + raw.skipped + bytes) refuseLong();
     }
-    return name;
+    Contents contents{picture};
+    contents.read = [=](std::byte* samples) { readSamples(raw, {samples, bytes}); };
+    return contents;
 }
 
-void requireWhole(const RawSamples& raw) {
-    if (raw.packed) return;
-    const std::uintmax_t present = fs::file_size(raw.file);
-    const std::uintmax_t wanted = raw.offset + raw.skipped + raw.bytes;
-    if (present < wanted) refuseShort();
-    if (present > wanted) throw std::runtime_error("more follows than its header tells of");
-}
-
-void readSamples(const RawSamples& raw, std::byte* samples) {
-    Source source(raw);
-    std::vector<std::byte> skipped(raw.skipped);
-    if (source.read(skipped) < skipped.size()) refuseShort();
-    if (source.read({samples, raw.bytes}) < raw.bytes) refuseShort();
-    std::byte behind{};
-    if (source.read({&behind, 1}) != 0) {
-        throw std::runtime_error("more follows than its header tells of");
-    }
-    const auto unit = static_cast<std::uintmax_t>(raw.swapped);
-    for (std::uintmax_t at = 0; unit > 1 && at < raw.bytes; at += unit) {
-        std::reverse(samples + at, samples + at + unit);
-    }
-}
-
-std::size_t sizeOf(SampleType type) {
-    return withSampleType(type, [](auto* sample) { return sizeof(*sample); });
-}
-
-std::string samplesOf(const Picture& picture, bool planar) {
-    std::string bytes(picture.values.size() * sizeOf(picture.sampleType), '\0');
-    const std::size_t pixels = picture.values.size() / picture.channels;
-    withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
-        for (int c = 0; c < picture.channels; ++c) {
-            std::size_t at = planar ? c * pixels : c;
-            for (const double value : picture.channel(c)) {
-                const auto sample = toSample<Sample>(value);
-                std::memcpy(&bytes[at * sizeof(Sample)], &sample, sizeof(Sample));
-                at += planar ? 1 : picture.channels;
-            }
-        }
-    });
-    return bytes;
-}
-
-void writeTextAndSamples(const fs::path& file, const std::string& header, const fs::path& data,
-                         const Picture& picture) {
+void writeWithHeader(const fs::path& file, const std::string& header, const Picture& picture) {
     std::ofstream stream(file, std::ios::binary);
-    stream << header;
-    if (!data.empty()) {
-        stream.close();
-        if (stream) stream.open(data, std::ios::binary);
-    }
-    stream << samplesOf(picture);
+    stream << header << samplesOf(picture);
     stream.close();
     if (!stream) throw std::runtime_error(std::strerror(errno));
 }
 
-void refuseGreyOpacity(const Picture& picture, const char* format) {
-    if (picture.pixelKind == PixelKind::greyOpacity) {
-        throw Refusal(std::string(format) + " holds no grey with opacity; PNG and TIFF do");
+void writePacked(const fs::path& file, std::string_view bytes) {
+    constexpr std::size_t most = 1 << 30;
+    const gzFile stream = gzopen(file.c_str(), "wb");
+    bool isWritten = stream != nullptr;
+    while (isWritten && !bytes.empty()) {
+        const std::string_view part = bytes.substr(0, most);
+        isWritten = gzwrite(stream, part.data(), static_cast<unsigned>(part.size())) > 0;
+        bytes.remove_prefix(part.size());
     }
+    if (!stream || gzclose(stream) != Z_OK || !isWritten) {
+        throw std::runtime_error(std::strerror(errno));
+    }
+}
+
+std::string listOf(const std::vector<double>& numbers) {
+    std::ostringstream text;
+    text.precision(17);
+    for (const double number : numbers) text << ' ' << number;
+    return text.str();
 }
 
 }  // namespace diffuse

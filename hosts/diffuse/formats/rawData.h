@@ -1,57 +1,66 @@
 // What formats share that put plain samples behind a header of text.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
+#include <initializer_list>
+#include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "../picture.h"
+#include "Format.h"
 
 namespace diffuse {
 
-// Calls `take` with each line of the file, without its ending, until it returns false or the file
-// ends. Returns the offset behind the last line.
-// Throws std::runtime_error if more than a mebibyte is taken.
-std::uintmax_t readLines(const std::filesystem::path& file,
-                         const std::function<bool(std::string_view line)>& take);
+// A header of lines, each a name, a separator and a value.
+struct TextHeader {
+    std::map<std::string, std::string> fields;  // names in lower case without blanks
+    std::string notes;                          // lines with a separator of two characters
+    std::uintmax_t end = 0;                     // the offset behind it
 
-// The text without the white space at its ends.
-std::string trimmed(std::string_view text);
+    [[nodiscard]] bool has(const std::string& name) const { return fields.contains(name); }
+    // Empty if there is none.
+    [[nodiscard]] std::string field(const std::string& name) const;
+    // Throws std::runtime_error unless the field has `count` numbers and no other words.
+    [[nodiscard]] std::vector<double> numbers(const std::string& name, std::size_t count) const;
+    // Throws Refusal if there is a field of another name.
+    void allow(std::initializer_list<const char*> names) const;
+    // The field's place among the names. Throws Refusal if it has none.
+    std::size_t wordIn(const std::string& name, std::initializer_list<const char*> words) const;
+};
 
-// The name of a header's data as a file of its folder. Throws Refusal if it leads out of it or
-// stands for several files.
-std::string requireNeighbour(const std::string& name);
+// Reads lines up to an empty one or through that of the field `last`.
+// Throws Refusal if a field comes twice, std::runtime_error if the header does not end.
+TextHeader readHeader(const std::filesystem::path& file, char separator, const std::string& last);
+
+// The file of that name beside the header. Throws Refusal if it is none, or lies in another folder,
+// itself or by a link.
+std::filesystem::path requireNeighbour(const std::filesystem::path& header,
+                                       const std::string& name);
 
 // Samples as they stand in a file.
 struct RawSamples {
     std::filesystem::path file;
     std::uintmax_t offset = 0;   // in the file, of the samples or of the stream they are packed in
-    bool packed = false;         // by zlib or gzip
+    bool isPacked = false;       // by gzip
     std::uintmax_t skipped = 0;  // bytes before the samples, once they are unpacked
-    std::uintmax_t bytes = 0;
-    int swapped = 1;  // bytes of which the order is not this machine's
+    int swapped = 1;             // bytes of which the order is not this machine's
 };
 
-// Throws std::runtime_error unless the file holds these bytes and no more, once they are unpacked
-// and their checksum is compared. What is not packed is looked at by `requireWhole` alone.
-void requireWhole(const RawSamples& raw);
-void readSamples(const RawSamples& raw, std::byte* samples);
+// A picture with these samples. Throws std::runtime_error if the file holds more or fewer; where
+// they are packed, that shows when they are read.
+Contents withSamples(const Picture& picture, const RawSamples& raw);
 
-std::size_t sizeOf(SampleType type);
+// Writes the header and all samples, the channels of a pixel together, lowest byte first.
+// Throws std::runtime_error if that fails.
+void writeWithHeader(const std::filesystem::path& file, const std::string& header,
+                     const Picture& picture);
 
-// All samples of a picture as a file has them: of its sample type, rounded and saturated, with the
-// channels of a pixel together or, if planar, one channel after the other.
-std::string samplesOf(const Picture& picture, bool planar = false);
+// Writes a file that gzip has packed. Throws std::runtime_error if that fails.
+void writePacked(const std::filesystem::path& file, std::string_view bytes);
 
-// Writes header and samples: into one file, or the samples into one of their own if `data` is not
-// empty. Throws std::runtime_error if that fails.
-void writeTextAndSamples(const std::filesystem::path& file, const std::string& header,
-                         const std::filesystem::path& data, const Picture& picture);
-
-// Throws Refusal for grey with opacity, which only PNG and TIFF hold.
-void refuseGreyOpacity(const Picture& picture, const char* format);
+// Numbers with blanks before them, in all of their digits.
+std::string listOf(const std::vector<double>& numbers);
 
 }  // namespace diffuse

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include <vector>
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 inline std::string slurp(const fs::path& file) {
     std::ostringstream text;
@@ -35,14 +37,35 @@ protected:
     }
     void TearDown() override { fs::remove_all(folder); }
 
+    // A file of NRRD with samples of one of four types; `sizes` are those of its axes.
     void write(const std::string& name, const std::string& type, const std::string& sizes,
                const std::string& values, const std::string& fields = "") const {
-        std::istringstream words(sizes);
-        const auto dimensions = std::distance(std::istream_iterator<std::string>(words), {});
+        std::istringstream extents(sizes), words(values);
+        const auto dimensions = std::distance(std::istream_iterator<std::string>(extents), {});
+        std::string samples;
+        const auto put = [&](auto sample) {
+            samples.append(reinterpret_cast<const char*>(&sample), sizeof sample);
+        };
+        for (std::string word; words >> word;) {
+            const double value = std::stod(word);
+            if (type == "double") put(value);
+            if (type == "float") put(static_cast<float>(value));
+            if (type == "int16") put(static_cast<std::int16_t>(value));
+            if (type == "uint8") put(static_cast<std::uint8_t>(value));
+        }
         std::ofstream(folder / name) << "NRRD0004\ntype: " << type << "\ndimension: " << dimensions
                                      << "\nsizes: " << sizes << "\n"
-                                     << fields << "encoding: ascii\n\n"
-                                     << values << "\n";
+                                     << fields << "endian: little\nencoding: raw\n\n"
+                                     << samples;
+    }
+
+    // A header of MetaImage whose six samples of 8 bits stand in the other file.
+    void writePair(const std::string& header, const std::string& data,
+                   const std::string& fields = "") const {
+        std::ofstream(folder / data) << "samples"s.substr(1);
+        std::ofstream(folder / header)
+            << "ObjectType = Image\nNDims = 2\nDimSize = 3 2\nElementType = MET_UCHAR\n"
+            << fields << "ElementDataFile = " << data << "\n";
     }
 
     // Runs the program in the folder; what it printed stands in `printed` and `complaint`.

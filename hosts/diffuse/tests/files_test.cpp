@@ -18,12 +18,13 @@ TEST_F(DiffuseFolder, ReadsBackEveryFormatThatItWrites) {
           "kinds: RGB-color domain domain\n");
     write("rgba.nrrd", "uint8", "4 2 2", "9 8 7 0  1 2 3 1  5 5 4 2  0 255 0 3",
           "kinds: RGBA-color domain domain\n");
-    const std::vector<std::string> names = {"a.png",    "a.tif",  "a.bmp", "a.nii",
-                                            "a.nii.gz", "a.nrrd", "a.mha", "a.mhd"};
+    const std::vector<std::string> names = {"a.png", "a.tif",    "a.bmp",
+                                            "a.nii", "a.nii.gz", "a.nrrd"};
     for (const std::string source : {"bytes.nrrd", "rgb.nrrd", "rgba.nrrd"}) {
         ASSERT_EQ(run(source + " -n 0 -o expected.nrrd"), 0) << complaint;
         auto all = names;
-        if (source != "rgba.nrrd") all.emplace_back("a.dcm");
+        if (source != "rgb.nrrd") std::erase(all, "a.bmp");
+        if (source != "rgba.nrrd") all.emplace_back("a.mha");
         for (const std::string& name : all) {
             ASSERT_EQ(run(source + " -n 0 -o " + name), 0) << complaint;
             ASSERT_EQ(run(name + " -n 0 -o back.nrrd"), 0) << source << complaint;
@@ -136,16 +137,15 @@ TEST_F(DiffuseFolder, StacksTheSlicesOfASeries) {
     for (const char* line : {"space directions: (3,0,0) (0,2,0) (0,0,10)", "origin: (5,6,10)"}) {
         EXPECT_NE(slurp(folder / "out.nrrd").find(line), std::string::npos) << line;
     }
-    ASSERT_EQ(run("series --slice z:1 -n 0 -o one.dcm"), 0) << complaint;
-    ASSERT_EQ(run("one.dcm -n 0 -o out.nrrd"), 0) << complaint;
+    ASSERT_EQ(run("series/79 -n 0 -o out.nrrd"), 0) << complaint;
     EXPECT_NE(slurp(folder / "out.nrrd").find("origin: (5,6,20)"), std::string::npos);
     fs::remove(series / "79");  // the slice of depth 20
-    expectRefusal("series -k 1 -o new.nrrd", 1, "even distances");
+    expectRefusal("series -k 1 -o new.nrrd", 1, "slices are missing or uneven");
     writeSlice(series / "79", 20, "1.2.5", 20);
-    expectRefusal("series -k 1 -o new.nrrd", 1, "2 DICOM series");
+    expectRefusal("series -k 1 -o new.nrrd", 1, "79 belongs to another series than 59");
     writeSlice(series / "79", 20, "1.2.4", 20);
     fs::resize_file(series / "79", fs::file_size(series / "79") - 1);
-    expectRefusal("series -k 1 -o new.nrrd", 1, "series/79: the file ends too early");
+    expectRefusal("series -k 1 -o new.nrrd", 1, "79: the file ends too early");
 }
 
 }  // namespace

@@ -77,9 +77,9 @@ TEST_F(Reports, NoiseThatWasCutOffIsFoundAndNoNoiseIsNoError) {
         EXPECT_NEAR(report("noisy.nrrd")["noise_sigma"], sigma, 0.1 * sigma);
     }
     write("flat.nrrd", "float", "2 3", "7 7 7 7 nan inf");
-    EXPECT_EQ(report("flat.nrrd -k auto")["threshold"], 1);
+    EXPECT_EQ(report("flat.nrrd -k auto --nan spread")["threshold"], 1);
     write("hole.nrrd", "float", "4 4", "nan 1 4 2  1 2 5 7  9 9 9 9  0 0 0 0");
-    EXPECT_GT(report("hole.nrrd")["noise_sigma"].get<double>(), 0);
+    EXPECT_GT(report("hole.nrrd --nan spread")["noise_sigma"].get<double>(), 0);
     write("two.nrrd", "uint8", "2 2", "0 200 0 200");
     EXPECT_EQ(report("two.nrrd")["threshold"], 0.2);
     ASSERT_EQ(run("two.nrrd -o out.nrrd"), 0);
@@ -97,7 +97,7 @@ TEST_F(Reports, HelpAndManualListTheSameOptions) {
     };
     ASSERT_EQ(run("--help"), 0);
     const auto inHelp = optionsOf(printed, R"(\n  (?:-\w,)?-(-[a-z-]+))");
-    EXPECT_EQ(inHelp.size(), 14u);
+    EXPECT_EQ(inHelp.size(), 15u);
     EXPECT_EQ(inHelp, optionsOf(slurp(DIFFUSE_MANUAL), R"(\n\.It (?:Fl \w , )?Fl (-[a-z-]+))"));
 }
 
