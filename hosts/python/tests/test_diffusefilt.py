@@ -161,7 +161,7 @@ class Refusals(unittest.TestCase):
                                  instruction_set="none")
             return caught.exception
 
-        pipeline = diffusefilt.pipeline_name(image, 20, instruction_set="none")
+        pipeline = diffusefilt.pipeline_name(image, 20, "minimal", QUADRATIC, "none")
         entry = _library._entry(pipeline)
 
         def interleaved(*arguments):  # another thread's call fails before this one's words are read
