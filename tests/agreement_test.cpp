@@ -67,7 +67,7 @@ TEST_P(Agreement, RandomCallsMatchTheReference) {
         inElementType([&]<class T>(T) { compare<T>(call); });
         EXPECT_EQ(observer_.tasks(),
                   call.inLine ? 0 : call.output.extent[variant().dimensions - 1]);
-        EXPECT_LE(observer_.threads(), threads);
+        EXPECT_LE(observer_.atOnce(), threads);
         count(call);
     };
     for (const int threads : threadCounts) {

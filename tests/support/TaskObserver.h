@@ -25,12 +25,14 @@ public:
     // do not come.
     void restart(int meeting = 1) {
         ++round_;
-        tasks_ = threads_ = 0;
+        tasks_ = threads_ = atOnce_ = 0;
         meetingSize_ = meeting;
     }
 
     int tasks() const { return tasks_; }
     int threads() const { return threads_; }  // distinct ones that ran a task
+    // The most that ran one at a time: an idle thread may go and another come in its place.
+    int atOnce() const { return atOnce_; }
 
     // Repeats a call until its tasks have met on `threads`, or on as many as there are
     // processors: TBB does not promise that more come, nor that they come at once, on a busy
@@ -39,12 +41,12 @@ public:
     template <class F>
     bool meetOn(int threads, F call) {
         const int expected = std::min(threads, tbb::info::default_concurrency());
-        for (int attempt = 0; attempt < 6; ++attempt) {
+        for (int attempt = 0; attempt < 30; ++attempt) {
             const int meeting = moreCome_ ? threads : expected;
             restart(meeting);
             call();
             moreCome_ &= this->threads() >= meeting;
-            if (this->threads() >= expected) return this->threads() <= threads;
+            if (this->threads() >= expected) return atOnce_ <= threads;
         }
         return false;
     }
@@ -57,8 +59,14 @@ private:
             lastRound = round_;
             ++threads_;
         }
+        const int running = ++running_;
+        for (int most = atOnce_; most < running;) {
+            if (atOnce_.compare_exchange_weak(most, running)) break;
+        }
         if (meetingSize_ > 1) meet();
-        return task(userContext, number, closure);
+        const int status = task(userContext, number, closure);
+        --running_;
+        return status;
     }
 
     static void meet() {
@@ -76,6 +84,8 @@ private:
     static inline std::atomic<int> round_ = 0;
     static inline std::atomic<int> tasks_ = 0;
     static inline std::atomic<int> threads_ = 0;
+    static inline std::atomic<int> running_ = 0;
+    static inline std::atomic<int> atOnce_ = 0;
     static inline std::atomic<int> meetingSize_ = 1;
     static inline std::mutex meetingMutex_;
     static inline std::condition_variable meetingComplete_;
