@@ -74,7 +74,11 @@ void filterPicture(const Options& options, Picture& picture, Report& report) {
     report.threshold = options.threshold.value_or(automaticThreshold(
         report.noiseSigma, picture, options.pipeline.conduction, options.iterations));
     Progress progress(std::int64_t{options.iterations} * picture.filteredChannels());
-    requireUsableThreshold(report.threshold, options.pipeline.elementType);
+    try {
+        requireUsableThreshold(report.threshold, options.pipeline.elementType);
+    } catch (const UsageError& error) {
+        throw std::runtime_error(error.what());  // it was found, not given
+    }
     report.steps = filter({report.pipeline, report.threshold, options.iterations, options.json},
                           picture, [&] { progress.advance(); });
     if (!options.spreadsNan && !isFinite(picture)) {

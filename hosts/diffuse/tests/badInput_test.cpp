@@ -133,7 +133,7 @@ public:
         if (process_ == 0) {
             if (!onTerminal) dup2(pipes[1], STDERR_FILENO);
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);
+            for (int signal = 1; signal <= SIGSYS; ++signal) std::signal(signal, SIG_DFL);
             if (chdir(folder.c_str()) == 0) execv(words[0], words.data());
             _exit(127);
         }
@@ -191,7 +191,8 @@ TEST_F(DiffuseFolder, ASignalWhileItWritesLeavesNothing) {
            "encoding: raw\nendian: little\n\n";
     fs::resize_file(folder / "flat.nrrd", fs::file_size(folder / "flat.nrrd") + 8 * 2000 * 2000);
     const std::size_t before = files();
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal :
+         {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGUSR1, SIGALRM, SIGABRT}) {
         const Running program(
             folder, {"flat.nrrd", "-k", "1", "-n", "0", "--add-noise", "1", "-o", "out.nii.gz"},
             false);
