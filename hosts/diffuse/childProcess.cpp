@@ -82,7 +82,8 @@ std::string follow(pid_t child, const Board& board, int errors) {
     constexpr int tick = 100;  // ms
     constexpr std::size_t enough = 1 << 16;
     std::string said;
-    std::uint64_t resident = 0, bytes = 0;
+    std::uint64_t resident = 0;
+    std::uint64_t bytes = 0;
     std::array<char, 1 << 14> part{};
     // Counts its own waits: a clock would go on while both processes are stopped. A reader that
     // gets on fills memory, its own or what it shares.
@@ -96,7 +97,8 @@ std::string follow(pid_t child, const Board& board, int errors) {
             if (said.size() > enough) said.erase(0, enough / 2);
             continue;
         }
-        std::uint64_t size = 0, nowResident = 0;
+        std::uint64_t size = 0;
+        std::uint64_t nowResident = 0;
         std::ifstream("/proc/" + std::to_string(child) + "/statm") >> size >> nowResident;
         const bool isSame = nowResident == resident && board.bytes == bytes;
         idle = isSame ? idle + 1 : 0;

@@ -27,7 +27,7 @@ void refuseSystemCalls() {
         SCMP_SYS(fchownat), SCMP_SYS(openat2),  SCMP_SYS(execve),    SCMP_SYS(execveat),
         SCMP_SYS(socket),   SCMP_SYS(connect),  SCMP_SYS(kill),      SCMP_SYS(ptrace),
         SCMP_SYS(mount),    SCMP_SYS(setxattr), SCMP_SYS(utimensat), SCMP_SYS(io_uring_setup)};
-    const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
+    scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
     if (!filter) return;
     const auto refused = SCMP_ACT_ERRNO(EPERM);
     for (const int call : changing) seccomp_rule_add(filter, refused, call, 0);

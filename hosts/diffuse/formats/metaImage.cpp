@@ -128,7 +128,9 @@ void requireHeld(const Picture& picture) {
 void write(const fs::path& file, const Picture& picture) {
     const char* types[] = {"UCHAR", "CHAR",       "USHORT",    "SHORT", "UINT",
                            "INT",   "ULONG_LONG", "LONG_LONG", "FLOAT", "DOUBLE"};
-    std::vector<double> extents, spacing, matrix;
+    std::vector<double> extents;
+    std::vector<double> spacing;
+    std::vector<double> matrix;
     for (const Axis& axis : picture.axes) {
         extents.push_back(axis.extent);
         spacing.push_back(axis.spacing);

@@ -42,7 +42,7 @@ void readPacked(const RawSamples& raw, std::span<std::byte> samples) {
     if (file < 0 || lseek(file, static_cast<off_t>(raw.offset), SEEK_SET) < 0) {
         throw std::runtime_error(std::strerror(errno));
     }
-    const gzFile stream = gzdopen(file, "rb");
+    auto* const stream = gzdopen(file, "rb");
     if (!stream) throw std::bad_alloc();
     std::vector<std::byte> skipped(raw.skipped);
     std::byte behind{};
@@ -138,7 +138,7 @@ TextHeader readHeader(const fs::path& file, char separator, const std::string& l
 
 fs::path requireNeighbour(const fs::path& header, const std::string& name) {
     const fs::path plain = fs::path(name).lexically_normal();
-    const fs::path file = header.parent_path() / plain;
+    fs::path file = header.parent_path() / plain;
     if (plain.has_parent_path() || fs::weakly_canonical(fs::absolute(file)).parent_path() !=
                                        fs::weakly_canonical(fs::absolute(header)).parent_path()) {
         throw Refusal("its samples stand outside its folder, in " + name);
@@ -168,7 +168,7 @@ void writeWithHeader(const fs::path& file, const std::string& header, const Pict
 
 void writePacked(const fs::path& file, std::string_view bytes) {
     constexpr std::size_t most = 1 << 30;
-    const gzFile stream = gzopen(file.c_str(), "wb");
+    auto* const stream = gzopen(file.c_str(), "wb");
     bool isWritten = stream != nullptr;
     while (isWritten && !bytes.empty()) {
         const std::string_view part = bytes.substr(0, most);
