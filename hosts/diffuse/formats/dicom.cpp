@@ -62,6 +62,7 @@ void refuseWhatIsNotRead(const gdcm::File& file) {
         {colours == "MONOCHROME1", "its greys run from white to black"},
         {std::ranges::count(known, colours) == 0, "its colours are '" + colours + "'"},
         {bits != 8 && bits != 16 && bits != 32, "its samples are not of 8, 16 or 32 bits"},
+        {tags.number(0x0028, 0x0103, 0) > 1, "its samples are neither signed nor unsigned"},
         {tags.number(0x0028, 0x0008, 1) != 1, "it holds several frames"},
         {syntax == gdcm::TransferSyntax::DeflatedExplicitVRLittleEndian,
          "all of its data are packed (deflated)"},

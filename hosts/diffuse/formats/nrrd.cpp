@@ -170,7 +170,11 @@ void write(const fs::path& file, const Picture& picture) {
 
 const KnownFormat nrrd({.name = "NRRD",
                         .suffixes = {".nrrd", ".nhdr"},
-                        .recognises = [](auto head) { return head.starts_with("NRRD0"); },
+                        .recognises =
+                            [](auto head) {
+                                return head.starts_with("NRRD000") && head.size() > 7 &&
+                                       head[7] >= '1' && head[7] <= '5';
+                            },
                         .open = open,
                         .requireHeld = requireHeld,
                         .write = write,

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <diffusefilt_halide.hpp>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

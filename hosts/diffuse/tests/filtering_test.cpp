@@ -35,9 +35,11 @@ TEST_F(DiffuseFolder, ChoosesThePipelineByItsOptions) {
     };
     EXPECT_EQ(north("--connectivity maximal", 2), 0.0625);
     EXPECT_EQ(north("--connectivity maximal", 1), 0.03125);
-    EXPECT_EQ(north("--conduction exponential", 2), 0.25 * std::exp(-1.0));
+    const std::string other =
+        std::string("--conduction ") + wordOf(diffusefilt_host::Conduction(1));
+    EXPECT_EQ(north(other, 2), 0.25 * std::exp(-1.0));
     const float inFloat = static_cast<float>(0.25 * std::exp(-1.0));
-    EXPECT_EQ(north("--conduction exponential --type float32", 2), inFloat);
+    EXPECT_EQ(north(other + " --type float32", 2), inFloat);
 }
 
 TEST_F(DiffuseFolder, RoundsAndSaturatesToTheTypeOfTheInput) {

@@ -32,10 +32,14 @@ protected:
 };
 
 TEST_F(Reports, JsonTellsWhatWasDone) {
-    auto json = report(
-        "step.nrrd -k 1 -n 2 --threads 2 --instruction-set none --type float32 "
-        "--connectivity maximal --conduction exponential -o out.nrrd");
-    EXPECT_EQ(json["pipeline"], "diffusefilt2_maximal_exponential_float32_none");
+    namespace host = diffusefilt_host;
+    const host::Axes axes{2, host::Connectivity(1), host::Conduction(1), host::ElementType::float32,
+                          host::InstructionSet::none};
+    auto json =
+        report(std::string("step.nrrd -k 1 -n 2 --threads 2 --instruction-set none --type float32 "
+                           "--connectivity maximal -o out.nrrd --conduction ") +
+               wordOf(axes.conduction));
+    EXPECT_EQ(json["pipeline"], axes.name());
     EXPECT_EQ(json["threads"], 2);
     EXPECT_EQ(json["output"], "out.nrrd");
     json = report("step.nrrd -k 1 -n 2");
@@ -53,7 +57,7 @@ TEST_F(Reports, JsonTellsWhatWasDone) {
 
 TEST_F(Reports, TheAutomaticThresholdIsAsGoodAsTheBest) {
     writeHead();
-    for (const std::string conduction : {"quadratic", "exponential"}) {
+    for (const std::string conduction : diffusefilt_host::wordsOf<diffusefilt_host::Conduction>()) {
         for (const double sigma : {5, 10, 20, 40}) {
             const std::string call =
                 "head.nrrd --conduction " + conduction + " --add-noise " + std::to_string(sigma);

@@ -68,7 +68,7 @@ TEST_F(DiffuseFolder, AutoRunsTheBestSetOfTheProcessor) {
     for (int i = 0; i < 400; ++i) values += std::to_string(i * i % 97 + 0.1 * (i % 7)) + " ";
     write("rough.nrrd", "double", "20 20", values);
     const std::string call = "rough.nrrd -k 30 -n 2 --connectivity maximal -o ";
-    // Debian's ITK needs SSE4.1 itself. Without XSAVE no state of AVX can be saved.
+    // Without XSAVE no state of AVX can be saved.
     const std::string all = ",+xsave,+avx,+avx2,+fma,+bmi1,";
     const std::vector<std::string> sets = {"none", "avx", "avx2"};
     const struct {
