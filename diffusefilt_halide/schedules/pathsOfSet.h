@@ -43,5 +43,5 @@
     template <>                                                                                \
     void diffusefilt::filterInLine<variant>(const halide_buffer_t* input, double gradTIn,      \
                                             const halide_buffer_t* output) noexcept {          \
-        InLine<variant>(input, static_cast<ElementOf<variant>>(gradTIn), output).run();        \
+        InLine<variant>(input, static_cast<ElementOf<(variant)>>(gradTIn), output).run();      \
     }

@@ -84,7 +84,8 @@ void addFiles(CLI::App& app, Options& options, std::string& slice) {
 // An axis of the pipeline, in the words of the exported names; `further` are other words, which
 // leave the value as it is.
 template <class Axis, class Value>
-void addAxis(CLI::App& app, const char* name, Value& value, std::vector<std::string> further = {}) {
+void addAxis(CLI::App& app, const char* name, Value& value,
+             const std::vector<std::string>& further = {}) {
     namespace host = diffusefilt_host;
     const auto take = [&value, further](const std::string& word) {
         if (std::find(further.begin(), further.end(), word) == further.end()) {

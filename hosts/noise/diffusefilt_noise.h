@@ -26,8 +26,8 @@ DIFFUSEFILT_NOISE_API double diffusefilt_noise_sigma(const struct halide_buffer_
                                                      int count);
 
 /* The threshold for noise of standard deviation `sigma`: a multiple of it that falls with the
-   number of steps n, 5.4 n^-0.9 or, where the conductance is exp(-(d / K)^2), 5.4 n^-0.62, fitted to
-   the thresholds of the highest PSNR on a head MRI with noise of 5 to 40 grey values and 1 to 5
+   number of steps n, 5.4 n^-0.9 or, where the conductance is exp(-(d / K)^2), 5.4 n^-0.62, fitted
+   to the thresholds of the highest PSNR on a head MRI with noise of 5 to 40 grey values and 1 to 5
    steps. Without noise, a thousandth of `range`, the highest less the lowest finite element, or 1
    if that is 0 as well. */
 DIFFUSEFILT_NOISE_API double diffusefilt_noise_threshold(double sigma, double range,

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <numeric>
@@ -30,7 +31,8 @@ public:
     explicit Tags(const gdcm::File& file) { filter_.SetFile(file); }
 
     std::string text(std::uint16_t group, std::uint16_t element) {
-        std::string text = filter_.ToString(gdcm::Tag(group, element)).c_str();
+        std::string text = filter_.ToString(gdcm::Tag(group, element));
+        text.resize(std::strlen(text.c_str()));  // behind the end there may be padding
         return text.erase(text.find_last_not_of(' ') + 1);
     }
     Vector numbers(std::uint16_t group, std::uint16_t element) {
@@ -148,7 +150,8 @@ void placePicture(Tags tags, Picture& picture) {
     const Vector place = tags.numbers(0x0020, 0x0032);
     for (int a = 0; a < 2 && spacing.size() == 2; ++a) picture.axes[a].spacing = spacing[1 - a];
     if (turn.size() != 6 || place.size() != 3) return;
-    const Vector x(turn.begin(), turn.begin() + 3), y(turn.begin() + 3, turn.end());
+    const Vector x(turn.begin(), turn.begin() + 3);
+    const Vector y(turn.begin() + 3, turn.end());
     picture.axes[0].direction = x;
     picture.axes[1].direction = y;
     picture.axes[2].direction = {x[1] * y[2] - x[2] * y[1], x[2] * y[0] - x[0] * y[2],
@@ -240,7 +243,8 @@ std::vector<Slice> openSlices(const fs::path& folder) {
         }
         const std::string difference = differenceOf(slices.back(), slices.front());
         if (!difference.empty() && files.size() > 1) {
-            throw Refusal(name + " " + difference + slices.front().name);
+            throw Refusal(
+                std::string(name).append(" ").append(difference).append(slices.front().name));
         }
     }
     if (slices.empty()) throw Refusal("this folder holds no DICOM files");

@@ -134,12 +134,14 @@ void placeHeader(const Picture& picture, nifti_1_header& header) {
     header.dim[0] = static_cast<short>(picture.axes.size());
     header.xyzt_units = NIFTI_UNITS_MM;
     header.qform_code = 0;
-    header.sform_code = picture.origin.empty() ? 0 : std::max<short>(header.sform_code, 1);
+    header.sform_code = picture.origin.empty()  ? short{0}
+                        : header.sform_code > 0 ? header.sform_code
+                                                : short{1};
     for (std::size_t a = 0; a < picture.axes.size(); ++a) {
         const Axis& axis = picture.axes[a];
         header.dim[a + 1] = static_cast<short>(axis.extent);
         header.pixdim[a + 1] = static_cast<float>(axis.spacing);
-        for (std::size_t i = 0; i < axis.direction.size(); ++i) {
+        for (std::size_t i = 0; i < std::size(rows) && i < axis.direction.size(); ++i) {
             rows[i][a] = static_cast<float>(signs[i] * axis.direction[i] * axis.spacing);
             rows[i][3] = static_cast<float>(signs[i] * picture.origin[i]);
         }
@@ -167,7 +169,8 @@ nifti_1_header headerFor(const Picture& picture) {
     }
     const int type =
         inColour(picture) ? 7 + picture.channels : static_cast<int>(picture.sampleType);
-    int bytes = 0, unused = 0;
+    int bytes = 0;
+    int unused = 0;
     nifti_datatype_sizes(types[type], &bytes, &unused);
     header.sizeof_hdr = sizeof header;
     header.datatype = static_cast<short>(types[type]);

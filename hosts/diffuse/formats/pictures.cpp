@@ -137,9 +137,11 @@ Contents openJpeg(const fs::path& file) {
 // What must be the same on all pages of a volume: width, height, bits, kind of numbers, channels,
 // photometric interpretation, planes, extra channels and the meaning of the first one.
 std::array<int, 9> pageOf(TIFF* tiff) {
-    std::uint32_t width = 0, height = 0;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
     std::uint16_t small[6] = {};
-    std::uint16_t extra = 0, *meanings = nullptr;
+    std::uint16_t extra = 0;
+    std::uint16_t* meanings = nullptr;
     TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &width);
     TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &height);
     const ttag_t tags[] = {TIFFTAG_BITSPERSAMPLE, TIFFTAG_SAMPLEFORMAT, TIFFTAG_SAMPLESPERPIXEL,
@@ -215,7 +217,7 @@ Contents openTiff(const fs::path& file) {
     if (planes == PLANARCONFIG_SEPARATE && channels > 1 && photometric != PHOTOMETRIC_RGB) {
         throw Refusal("its channels stand in planes and are no colours");
     }
-    const auto options = VImage::option()->set("filename", file.c_str())->set("n", pages);
+    auto* const options = VImage::option()->set("filename", file.c_str())->set("n", pages);
     Contents contents = contentsOf(load("tiffload", options), pages);
     Picture& picture = contents.picture;
     if (picture.axes[1].extent != height && picture.axes[0].extent != height) {
@@ -253,7 +255,7 @@ Contents openBmp(const fs::path& file) {
     if (fs::file_size(file) < head.offset + row * std::abs(std::int64_t{head.height})) {
         throw std::runtime_error("the file ends too early");
     }
-    std::string palette(4 * colours, '\0');
+    std::string palette(std::size_t{4} * colours, '\0');
     stream.seekg(begin + 4 + head.infoSize);
     stream.read(palette.data(), static_cast<std::streamsize>(palette.size()));
     bool isGrey = colours > 0;
@@ -264,7 +266,7 @@ Contents openBmp(const fs::path& file) {
     stream.seekg(0);
     const std::string bytes(std::istreambuf_iterator<char>(stream), {});
     VipsBlob* const blob = vips_blob_copy(bytes.data(), bytes.size());
-    const auto options = VImage::option()->set("buffer", blob);
+    auto* const options = VImage::option()->set("buffer", blob);
     vips_area_unref(VIPS_AREA(blob));
     VImage image = load("magickload_buffer", options);
     if (isGrey != (image.bands() == 1)) {
