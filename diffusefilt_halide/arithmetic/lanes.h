@@ -63,22 +63,6 @@ template <class V>
     return reinterpret_cast<const Unaligned<V>*>(from)->value;
 }
 
-// Where a page ends inside a vector, a host that watches its memory sees which half of it is
-// stored first: the order is part of what is promised, and the barrier keeps it.
-template <InstructionSet set, class V>
-[[gnu::always_inline]] inline void store(ElementOfLanes<V>* to, V v) noexcept {
-    if constexpr (rulesOf(set).worksInHalves && lanesOf < V >> 1) {
-        static_assert(sizeof(V) == 32, "halves are those of 32 bytes");
-        const auto whole = reinterpret_cast<__m256d>(v);
-        auto* const half = reinterpret_cast<double*>(to);
-        _mm_storeu_pd(half + 2, _mm256_extractf128_pd(whole, 1));
-        asm volatile("" ::: "memory");
-        _mm_storeu_pd(half, _mm256_castpd256_pd128(whole));
-    } else {
-        reinterpret_cast<Unaligned<V>*>(to)->value = v;
-    }
-}
-
 // The float as an integer. What does not fit, NaN among it, becomes the lowest integer.
 [[gnu::always_inline]] inline int32_t truncated(float f) noexcept {
     return _mm_cvttss_si32(_mm_set_ss(f));

@@ -114,14 +114,6 @@ template <Connectivity connectivity, class T>
     }
 }
 
-// A segment of a row, in vectors. From wholeBegin to wholeEnd they are read whole: no clamp
-// acts on them, and none is shifted.
-struct Segment {
-    int32_t begin, wholeBegin, wholeEnd, end;
-};
-
-using Segments = UpToThree<Segment>;
-
 // The cut of a row, in vectors of L lanes.
 template <template <Connectivity, class> class Record, Connectivity connectivity, class T>
 [[gnu::always_inline]] constexpr Cut vectorCut(const Record<connectivity, T>& record,
@@ -136,34 +128,6 @@ template <template <Connectivity, class> class Record, Connectivity connectivity
         const int32_t span = record.unclampedSpan;
         return cutOfMaximal(0, span < 0 ? 0 : vectorsWithin(span, lanes), record.vectorCount);
     }
-}
-
-// The segment of a band. Its vectors are read whole where they start at column 1 or behind, stand
-// unshifted, and end before the input's last column, so that x - 1 to x + L lie inside. Numbers
-// of vectors are formed in 64 bits: a row may start anywhere.
-template <class Record>
-[[gnu::always_inline]] constexpr Segment segmentOf(const Record& record, Band band,
-                                                   int lanes) noexcept {
-    if (band.clamp == Clamp::neither) return {band.begin, band.begin, band.end, band.end};
-    const int64_t first = record.outMin0;
-    const int64_t last = smaller(record.lastVectorX, minus(record.inputMax0, lanes));
-    const auto within = [&](int64_t v) __attribute__((always_inline)) {
-        return v < band.begin ? band.begin : v > band.end ? band.end : int32_t(v);
-    };
-    const int32_t wholeBegin = within(vectorsWithin(-first, lanes));
-    const int32_t wholeEnd = within(vectorsWithin(last - first, lanes));
-    return {band.begin, wholeBegin, larger(wholeBegin, wholeEnd), band.end};
-}
-
-// The segments of all rows of a clamp: worked out once for the rows of a plane.
-template <class Record>
-[[gnu::always_inline]] constexpr Segments rowSegments(const Record& record, Clamp rowClamp,
-                                                      int lanes) noexcept {
-    Segments row{};
-    for (const Band& band : vectorCut(record, rowClamp, lanes)) {
-        row.items[row.count++] = segmentOf(record, band, lanes);
-    }
-    return row;
 }
 
 }  // namespace diffusefilt

@@ -10,6 +10,58 @@
 
 namespace diffusefilt {
 
+// A segment of a row, in vectors. From wholeBegin to wholeEnd they are read whole: no clamp
+// acts on them, and none is shifted.
+struct Segment {
+    int32_t begin, wholeBegin, wholeEnd, end;
+};
+
+using Segments = UpToThree<Segment>;
+
+// The segment of a band. Its vectors are read whole where they start at column 1 or behind, stand
+// unshifted, and end before the input's last column, so that x - 1 to x + L lie inside. Numbers
+// of vectors are formed in 64 bits: a row may start anywhere.
+template <class Record>
+[[gnu::always_inline]] constexpr Segment segmentOf(const Record& record, Band band,
+                                                   int lanes) noexcept {
+    if (band.clamp == Clamp::neither) return {band.begin, band.begin, band.end, band.end};
+    const int64_t first = record.outMin0;
+    const int64_t last = smaller(record.lastVectorX, minus(record.inputMax0, lanes));
+    const auto within = [&](int64_t v) __attribute__((always_inline)) {
+        return v < band.begin ? band.begin : v > band.end ? band.end : int32_t(v);
+    };
+    const int32_t wholeBegin = within(vectorsWithin(-first, lanes));
+    const int32_t wholeEnd = within(vectorsWithin(last - first, lanes));
+    return {band.begin, wholeBegin, larger(wholeBegin, wholeEnd), band.end};
+}
+
+// The segments of all rows of a clamp: worked out once for the rows of a plane.
+template <class Record>
+[[gnu::always_inline]] constexpr Segments rowSegments(const Record& record, Clamp rowClamp,
+                                                      int lanes) noexcept {
+    Segments row{};
+    for (const Band& band : vectorCut(record, rowClamp, lanes)) {
+        row.items[row.count++] = segmentOf(record, band, lanes);
+    }
+    return row;
+}
+
+// Where a page ends inside a vector, a host that watches its memory sees which half of it is
+// stored first: the order is part of what is promised, and the barrier keeps it.
+template <InstructionSet set, class V>
+[[gnu::always_inline]] inline void store(ElementOfLanes<V>* to, V v) noexcept {
+    if constexpr (rulesOf(set).worksInHalves && lanesOf<V> != 1) {
+        static_assert(sizeof(V) == 32, "halves are those of 32 bytes");
+        const auto whole = reinterpret_cast<__m256d>(v);
+        auto* const half = reinterpret_cast<double*>(to);
+        _mm_storeu_pd(half + 2, _mm256_extractf128_pd(whole, 1));
+        asm volatile("" ::: "memory");
+        _mm_storeu_pd(half, _mm256_castpd256_pd128(whole));
+    } else {
+        reinterpret_cast<Unaligned<V>*>(to)->value = v;
+    }
+}
+
 template <PipelineVariant variant>
 struct RowRun {
     using F = Form<variant, Path::parallel>;
