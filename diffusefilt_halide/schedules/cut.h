@@ -67,7 +67,9 @@ template <Connectivity connectivity>
 }
 
 [[gnu::always_inline]] constexpr int log2Of(int powerOfTwo) noexcept {
-    return __builtin_ctz(static_cast<unsigned>(powerOfTwo));
+    int log2 = 0;
+    while (1 << log2 < powerOfTwo) ++log2;
+    return log2;
 }
 
 // Vectors whose last lane's neighbour, and whose last lane itself, lie inside without a

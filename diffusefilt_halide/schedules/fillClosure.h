@@ -100,10 +100,9 @@ template <PipelineVariant variant>
 [[gnu::always_inline]] inline void fillClosure(Closure<variant>& record, halide_buffer_t* input,
                                                double gradTIn, halide_buffer_t* output) noexcept {
     using T = ElementOf<variant>;
-    constexpr Connectivity connectivity = variant.connectivity;
     fillBuffers<variant.dimensions>(record, input, static_cast<T>(gradTIn), output);
-    fillColumns<connectivity>(record, variant.lanes(), input->dim[0], output->dim[0]);
-    fillRows<connectivity>(record, input->dim[1], output->dim[1]);
+    fillColumns<variant.connectivity>(record, variant.lanes(), input->dim[0], output->dim[0]);
+    fillRows<variant.connectivity>(record, input->dim[1], output->dim[1]);
     if constexpr (variant.dimensions == 3) fillPlanes(record, input->dim, output->dim);
 }
 

@@ -16,8 +16,6 @@ struct Segment {
     int32_t begin, wholeBegin, wholeEnd, end;
 };
 
-using Segments = UpToThree<Segment>;
-
 // The segment of a band. Its vectors are read whole where they start at column 1 or behind, stand
 // unshifted, and end before the input's last column, so that x - 1 to x + L lie inside. Numbers
 // of vectors are formed in 64 bits: a row may start anywhere.
@@ -37,9 +35,9 @@ template <class Record>
 
 // The segments of all rows of a clamp: worked out once for the rows of a plane.
 template <class Record>
-[[gnu::always_inline]] constexpr Segments rowSegments(const Record& record, Clamp rowClamp,
-                                                      int lanes) noexcept {
-    Segments row{};
+[[gnu::always_inline]] constexpr auto rowSegments(const Record& record, Clamp rowClamp,
+                                                  int lanes) noexcept {
+    UpToThree<Segment> row{};
     for (const Band& band : vectorCut(record, rowClamp, lanes)) {
         row.items[row.count++] = segmentOf(record, band, lanes);
     }

@@ -41,7 +41,7 @@ template <PipelineVariant variant>
     const int64_t outPlane = minus(offsetOf(z, record.outStride2), record.outputOffset);
     for (const Band& group : rowCut(record, planeClamp)) {
         const Scalars<Form<variant, Path::parallel>> scalars(record.gradTIn, corner);
-        const Segments segments = rowSegments(record, group.clamp, variant.lanes());
+        const auto segments = rowSegments(record, group.clamp, variant.lanes());
         for (int32_t y = group.begin; y < group.end; ++y) {
             const int64_t outRow = plus(offsetOf(y, record.outStride1), outPlane);
             const auto row = rowAt<variant>(record, scalars, planeTerms, outRow, y, group.clamp);
