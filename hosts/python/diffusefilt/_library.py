@@ -57,12 +57,11 @@ def candidates(file_name: str) -> list[pathlib.Path]:
     """Where a shared object of this package may stand, the first that exists counts."""
     here = pathlib.Path(__file__).resolve().parent
     folders = [here]
-    lib = here.parents[2]
-    if lib.name == "lib":  # PREFIX/lib/python3/dist-packages/diffusefilt
-        folders += [lib, lib / (sysconfig.get_config_var("MULTIARCH") or "."), lib.parent / "lib64"]
+    top = here.parent.parent.parent  # the root of the file system, where that is nearer
+    if top.name == "lib":  # PREFIX/lib/python3/dist-packages/diffusefilt
+        folders += [top, top / (sysconfig.get_config_var("MULTIARCH") or "."), top.parent / "lib64"]
     if here.parts[-3:] == ("hosts", "python", "diffusefilt"):
-        builds = here.parents[2] / "build"
-        folders += [builds / preset for preset in ("release", "bench", "package", "debug")]
+        folders += [top / "build" / preset for preset in ("release", "bench", "package", "debug")]
     return [folder / file_name for folder in folders]
 
 

@@ -224,6 +224,8 @@ class Surroundings(unittest.TestCase):
                 place = place / "libdiffusefilt_halide.so"
                 os.symlink(library, place)
                 self.assertEqual(imported(copy), str(place))
+        with mock.patch.object(_library, "__file__", "/site/diffusefilt/_library.py"):
+            self.assertEqual(_library.candidates("a.so"), [pathlib.Path("/site/diffusefilt/a.so")])
 
 
 if __name__ == "__main__":
