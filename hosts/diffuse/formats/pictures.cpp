@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdarg>
 #include <cstring>
 #include <fstream>
@@ -355,6 +356,16 @@ void writeTiff(const fs::path& file, const Picture& picture) {
 }
 void writeBmp(const fs::path& file, const Picture& picture) {
     save("magicksave", file, picture, VImage::option()->set("format", "BMP3"));
+    // The saver leaves out the resolution, in pixels for each metre behind 38 bytes.
+    std::int32_t resolution[2];
+    for (int a : {0, 1}) {
+        resolution[a] = static_cast<std::int32_t>(std::lround(1000 / picture.axes[a].spacing));
+    }
+    std::fstream stream(file, std::ios::binary | std::ios::in | std::ios::out);
+    stream.seekp(38);
+    if (!stream.write(reinterpret_cast<const char*>(resolution), sizeof resolution).flush()) {
+        throw std::runtime_error("cannot write its resolution");
+    }
 }
 
 const KnownFormat png({"PNG", {".png"}, isPng, openPng, requirePng, writePng, true});
