@@ -36,6 +36,17 @@ TEST_F(DiffuseFolder, ReadsBackEveryFormatThatItWrites) {
     expectRefusal("rgba.nrrd -k 1 -o out.jpg", 1, "no opacity");
 }
 
+TEST_F(DiffuseFolder, KeepsTheResolutionOfPictures) {
+    write("rgb.nrrd", "uint8", "3 3 2", "9 8 7  1 2 3  9 9 9  5 5 4  0 255 0  3 2 1",
+          "kinds: RGB-color domain domain\nspacings: NaN 0.25 0.5\n");
+    for (const std::string name : {"a.bmp", "a.png", "a.tif"}) {
+        ASSERT_EQ(run("rgb.nrrd -n 0 -o " + name), 0) << complaint;
+        ASSERT_EQ(run(name + " -n 0 -o back.nrrd"), 0) << complaint;
+        EXPECT_NE(slurp(folder / "back.nrrd").find(" 0.25 0.5\n"), std::string::npos)
+            << name << slurp(folder / "back.nrrd");
+    }
+}
+
 TEST_F(DiffuseFolder, FiltersColoursByChannelAndKeepsOpacity) {
     const std::string channels[] = {"10 20 30 40 50 255", "1 2 200 4 5 6", "90 80 70 60 50 40"};
     std::vector<Bytes> filtered;
