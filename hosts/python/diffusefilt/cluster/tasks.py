@@ -68,6 +68,10 @@ def counted_task(saved: str) -> Iterator[_Clock]:
             _running -= 1
 
 
+def be_ready() -> None:
+    """Runs on each worker, which imports this for it: the first task need not."""
+
+
 async def give_up(saved: str, seconds: float = 60) -> None:
     """Runs on each worker, through Client.run: no task of the job writes after it."""
     _given_up.add(saved)
