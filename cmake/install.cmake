@@ -21,9 +21,9 @@ install(EXPORT diffusefilt_halide NAMESPACE diffusefilt_halide::
 configure_package_config_file(${package_folder}/diffusefilt_halideConfig.cmake.in
   diffusefilt_halideConfig.cmake INSTALL_DESTINATION ${package_cmakedir}
   NO_SET_AND_CHECK_MACRO)
-# Versions before 1.0 may change what a host sees with each minor number.
+# What a major number keeps stands in docs/abi.md.
 write_basic_package_version_file(diffusefilt_halideConfigVersion.cmake
-  COMPATIBILITY SameMinorVersion)
+  COMPATIBILITY SameMajorVersion)
 install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/diffusefilt_halideConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/diffusefilt_halideConfigVersion.cmake

@@ -90,3 +90,13 @@ target_link_options(diffusefilt_halide PRIVATE
 if(NOT DIFFUSEFILT_SANITIZE)
   target_link_options(diffusefilt_halide PRIVATE -Wl,-z,defs)
 endif()
+
+# What our own programs link, by the name that other hosts know it by: a library without soname must
+# be found by -l, or a program records the path that the linker was given.
+add_library(diffusefilt_halide::diffusefilt_halide SHARED IMPORTED GLOBAL)
+set_target_properties(diffusefilt_halide::diffusefilt_halide PROPERTIES
+  IMPORTED_LOCATION ${PROJECT_BINARY_DIR}/libdiffusefilt_halide.so
+  IMPORTED_NO_SONAME ON
+  INTERFACE_INCLUDE_DIRECTORIES ${PROJECT_SOURCE_DIR}/include)
+set_target_properties(diffusefilt_halide PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+add_dependencies(diffusefilt_halide::diffusefilt_halide diffusefilt_halide)

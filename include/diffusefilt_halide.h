@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /** @file
  * Public interface of libdiffusefilt_halide.so: one explicit step of anisotropic
  * diffusion (Perona and Malik, 1990) on a 2-D image or a 3-D volume. C99 and C++.
@@ -36,10 +37,23 @@
  *
  * returns the constant description of the pipeline.
  *
- * HalideRuntime.h holds the records; it may be included before or after this header.
+ * The records are those of Halide's runtime. HalideRuntime.h is included where the compiler finds
+ * it; it may also be included before. Elsewhere diffusefilt_halide_records.h declares what a host
+ * needs, with the same binary interface.
  */
 #ifndef DIFFUSEFILT_HALIDE_H
 #define DIFFUSEFILT_HALIDE_H
+
+#ifndef HALIDE_HALIDERUNTIME_H
+#ifdef __has_include
+#if __has_include(<HalideRuntime.h>)
+#include <HalideRuntime.h>
+#endif
+#endif
+#endif
+#ifndef HALIDE_HALIDERUNTIME_H
+#include <diffusefilt_halide_records.h>
+#endif
 
 /** X(name) for each of the 48 pipelines, in the library's order. */
 #define DIFFUSEFILT_FOR_EACH_PIPELINE(X)             \
@@ -95,9 +109,6 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-struct halide_buffer_t;
-struct halide_filter_metadata_t;
 
 #define DIFFUSEFILT_DECLARE_PIPELINE(name)                         \
     int name(struct halide_buffer_t* keyimForType, double gradTIn, \

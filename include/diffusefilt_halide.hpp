@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 /// @file
 /// A thin layer over diffusefilt_halide.h for hosts in C++17: pipelines by name or by axes,
 /// the best instruction set of this processor, views over existing memory, steps in turn
 /// between two buffers, and errors as exceptions. Header only; nothing of it stands in the
-/// shared object. Needs HalideRuntime.h.
+/// shared object.
 ///
 ///     namespace filter = diffusefilt_host;
 ///     const filter::Pipeline& pipeline = filter::findPipeline(
@@ -21,7 +22,6 @@
 /// is unloaded must put another handler in place first.
 #pragma once
 
-#include <HalideRuntime.h>
 #include <cpuid.h>
 #include <diffusefilt_halide.h>
 
@@ -189,7 +189,9 @@ public:
         using Plain = std::remove_const_t<Element>;
         halide_buffer_t buffer{};
         buffer.host = reinterpret_cast<std::uint8_t*>(const_cast<Plain*>(elements_));
-        buffer.type = halide_type_of<Plain>();
+        buffer.type.code = halide_type_float;
+        buffer.type.bits = 8 * sizeof(Plain);
+        buffer.type.lanes = 1;
         buffer.dimensions = dimensions_;
         buffer.dim = const_cast<halide_dimension_t*>(shape_.data());
         return buffer;

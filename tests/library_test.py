@@ -69,7 +69,9 @@ class Surface(unittest.TestCase):
         if not re.search(r"^CMAKE_BUILD_TYPE:\w+=Release$",
                          (pathlib.Path(PATH).parent / "CMakeCache.txt").read_text(), re.M):
             self.skipTest("other builds import more")
-        self.assertEqual(sorted(self.found()), sorted(self.stored()))
+        self.assertEqual(sorted(self.found()), sorted(self.stored()),
+                         "what the library shows is not what tests/surface.txt lists: restore it, or "
+                         "change the list and do what scripts/check-interface then says")
 
     def test_finalisers_are_known(self):
         """The runtime's four clean-ups beside the compiler's own."""

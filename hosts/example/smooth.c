@@ -1,5 +1,5 @@
+// SPDX-License-Identifier: MIT
 /* Smooths a noisy edge: 10 steps on a 64 x 48 image of doubles. */
-#include <HalideRuntime.h>
 #include <diffusefilt_halide.h>
 #include <stdio.h>
 #include <stdlib.h>

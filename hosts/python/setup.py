@@ -5,6 +5,7 @@
 Needs `scripts/install-deps build`. Everything is built in build/wheel of the source tree.
 """
 import pathlib
+import runpy
 import shutil
 import subprocess
 from typing import Tuple
@@ -15,6 +16,7 @@ from wheel.bdist_wheel import bdist_wheel
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build" / "wheel"
+PACKAGE = ROOT / "hosts" / "python" / "diffusefilt"
 
 
 class Modules(build_py):  # type: ignore[misc]
@@ -50,6 +52,7 @@ class Wheel(bdist_wheel):  # type: ignore[misc]
 if not (ROOT / "CMakePresets.json").is_file():
     raise SystemExit(f"setup.py must stand in the source tree that it builds, not in {ROOT}")
 (BUILD / "python").mkdir(parents=True, exist_ok=True)
-setuptools.setup(distclass=Platform, cmdclass={"build_py": Modules, "bdist_wheel": Wheel},
+setuptools.setup(version=runpy.run_path(str(PACKAGE / "_version.py"))["VERSION"],
+                 distclass=Platform, cmdclass={"build_py": Modules, "bdist_wheel": Wheel},
                  options={"build": {"build_base": str(BUILD / "python")},
                           "egg_info": {"egg_base": str(BUILD / "python")}})

@@ -39,10 +39,11 @@ from diffusefilt._axes import (CONDUCTIONS, CONNECTIVITIES, INSTRUCTION_SETS, Co
 from diffusefilt._denoise import Threshold, denoise, estimate_noise, estimate_threshold
 from diffusefilt._library import LIBRARY, Error, best_instruction_set
 from diffusefilt._steps import Array, Progress, Region, iterate, pipeline_name, step, step_slab
+from diffusefilt._version import VERSION
 
 __all__ = ["Array", "CONDUCTIONS", "CONNECTIVITIES", "Conduction", "Connectivity", "Error",
            "INSTRUCTION_SETS", "InstructionSet", "LIBRARY", "Progress", "Region", "Threshold",
            "best_instruction_set", "denoise", "estimate_noise", "estimate_threshold", "iterate",
            "pipeline_name", "step", "step_slab"]
 
-__version__ = "0.1.0"
+__version__ = VERSION
