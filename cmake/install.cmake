@@ -1,5 +1,5 @@
-# What a host gets: component `runtime` is the library, `development` all that building
-# against it takes. Every file finds the others by relative paths: the tree may be moved.
+# What a host gets: component `runtime` is the library, `development` what building against it
+# takes, `documentation` what there is to read. Every file finds the others by relative paths: the tree may be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -12,8 +12,9 @@ install(TARGETS diffusefilt_halide EXPORT diffusefilt_halide
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   FILES_MATCHING PATTERN *.h PATTERN *.hpp)
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(FILES README.md CHANGELOG.md CITATION.cff LICENSE THIRD-PARTY.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 
 # find_package(diffusefilt_halide)
 install(EXPORT diffusefilt_halide NAMESPACE diffusefilt_halide::
@@ -39,5 +40,3 @@ string(REGEX REPLACE "/$" "" prefix_from_pkgconfig ${prefix_from_pkgconfig})
 configure_file(${package_folder}/diffusefilt_halide.pc.in diffusefilt_halide.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/diffusefilt_halide.pc
   DESTINATION ${package_pkgconfigdir} COMPONENT development)
-
-include(cmake/package/debian.cmake)
