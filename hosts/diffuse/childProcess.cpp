@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "childProcess.h"
 
 #include <fcntl.h>
@@ -14,6 +15,7 @@
 #include <new>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "confinement.h"
 #include "formats/Format.h"
@@ -24,10 +26,6 @@ namespace {
 
 constexpr std::uint64_t mebibyte = 1 << 20;
 constexpr std::uint64_t readersOwn = 192 * mebibyte;  // memory for a reader of anything
-
-[[noreturn]] void fail(const std::string& what) {
-    throw std::runtime_error(what + ": " + std::generic_category().message(errno));
-}
 
 // As much as the machine has, or as can be had: pages exist once they are filled.
 std::shared_ptr<Board> shareBoard() {
@@ -46,15 +44,10 @@ std::shared_ptr<Board> shareBoard() {
     throw std::bad_alloc();
 }
 
-// The last line that is not empty, without what libraries put before their words: the address of an
-// object, or the number of the process and the time.
 std::string lastLine(const std::string& text) {
     const std::size_t end = text.find_last_not_of(" \n\r");
     if (end == std::string::npos) return "";
-    std::size_t begin = text.find_last_of("\n\r", end) + 1;
-    const bool isLogged = text.compare(begin, 9, "(process:") == 0;
-    const std::size_t behind = text.find(isLogged ? ".: " : "): ", begin);
-    if (!isLogged && behind < end) begin = behind + 3;
+    const std::size_t begin = text.find_last_of("\n\r", end) + 1;
     return text.substr(begin, end + 1 - begin);
 }
 
@@ -82,33 +75,25 @@ std::string follow(pid_t child, const Board& board, int errors) {
     constexpr int tick = 100;  // ms
     constexpr std::size_t enough = 1 << 16;
     std::string said;
-    std::uint64_t resident = 0;
-    std::uint64_t bytes = 0;
+    std::uint64_t progress = 0;
     std::array<char, 1 << 14> part{};
-    // Counts its own waits: a clock would go on while both processes are stopped. A reader that
-    // gets on fills memory, its own or what it shares.
-    for (std::uint64_t idle = 0;;) {
+    // Counts its own waits: a clock would go on while both processes are stopped.
+    for (std::uint64_t idle = 0; idle * tick <= (6 + board.bytes / (4 * mebibyte)) * 1000; ++idle) {
         pollfd end = {errors, POLLIN, 0};
-        const int ready = poll(&end, 1, tick);
-        if (ready > 0) {
+        if (poll(&end, 1, tick) > 0) {
             const ssize_t count = read(errors, part.data(), part.size());
             if (count <= 0) return lastLine(said);
             said.append(part.data(), count);
             if (said.size() > enough) said.erase(0, enough / 2);
-            continue;
         }
+        // A reader that gets on fills memory, its own or what it shares.
         std::uint64_t size = 0;
-        std::uint64_t nowResident = 0;
-        std::ifstream("/proc/" + std::to_string(child) + "/statm") >> size >> nowResident;
-        const bool isSame = nowResident == resident && board.bytes == bytes;
-        idle = isSame ? idle + 1 : 0;
-        resident = nowResident;
-        bytes = board.bytes;
-        if (idle * tick > (6 + bytes / (4 * mebibyte)) * 1000) {
-            kill(child, SIGKILL);
-            return "its reader made no progress for some time";
-        }
+        std::uint64_t resident = 0;
+        std::ifstream("/proc/" + std::to_string(child) + "/statm") >> size >> resident;
+        if (std::exchange(progress, resident + board.bytes) != progress) idle = 0;
     }
+    kill(child, SIGKILL);
+    return "its reader made no progress for some time";
 }
 
 void requireOutcome(const Board& board, int status, std::string words) {
@@ -131,31 +116,35 @@ void Board::begin(const std::string& name, std::uint64_t inputBytes) {
     allowMemory(readersOwn + 2 * inputBytes);
 }
 
-void Board::promise(const std::string& text, std::uint64_t sampleBytes) {
+void Board::promise(std::uint64_t sampleBytes) {
     constexpr int copies = 4;  // that a reader may need besides
-    if (text.size() > headerRoom || sampleBytes > sampleRoom) throw std::bad_alloc();
-    headerSize = text.copy(header, text.size());
+    if (sampleBytes > sampleRoom) throw std::bad_alloc();
     bytes += sampleBytes;
     allowMemory(readersOwn + copies * bytes);
 }
 
-std::shared_ptr<const Board> runApart(const std::function<void(Board&)>& work) {
+void Board::tell(const std::string& text) {
+    if (text.size() > headerRoom) throw std::bad_alloc();
+    headerSize = text.copy(header, text.size());
+}
+
+std::shared_ptr<Board> runApart(const std::function<void(Board&)>& work) {
     const auto board = shareBoard();
     int ends[2] = {-1, -1};
-    if (pipe2(ends, O_CLOEXEC) != 0) fail("cannot start a process to read in");
     const pid_t parent = getpid();
-    const pid_t child = fork();
+    const pid_t child = pipe2(ends, O_CLOEXEC) == 0 ? fork() : -1;
     if (child == 0) {
         confine(parent, ends[1]);
         allowMemory(readersOwn);
         runChild(*board, work);
     }
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(),
+                                "cannot start a process to read in");
+    }
     close(ends[1]);
-    const int error = errno;
-    const std::string words = child < 0 ? "" : follow(child, *board, ends[0]);
+    const std::string words = follow(child, *board, ends[0]);
     close(ends[0]);
-    errno = error;
-    if (child < 0) fail("cannot start a process to read in");
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
     requireOutcome(*board, status, words);

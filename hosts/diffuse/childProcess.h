@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Other people's decoders, in a process of their own that may crash, hang or ask for too much.
 #pragma once
 
@@ -24,9 +25,11 @@ struct Board {
 
     // For the child: the name of the format that it takes the input for, and the bytes of that.
     void begin(const std::string& name, std::uint64_t inputBytes);
-    // For the child: what the headers tell, and the bytes of all samples. From here on it may use
-    // as much memory of its own as they ask for. Throws std::bad_alloc if there is no room.
-    void promise(const std::string& text, std::uint64_t sampleBytes);
+    // For the child: the bytes of all samples. From here on it may use as much memory of its own as
+    // they ask for. Throws std::bad_alloc if there is no room.
+    void promise(std::uint64_t sampleBytes);
+    // For the child: what the samples are. Throws std::bad_alloc if there is no room.
+    void tell(const std::string& text);
 };
 
 // Runs `work` in a forked child that has no threads but its own, cannot write to a file or start a
@@ -34,6 +37,6 @@ struct Board {
 // in which it makes no progress. Returns what it left. Throws std::runtime_error with one line if
 // the work throws, the child dies or meets a limit: what a Refusal says; otherwise "damaged, or not
 // FORMAT:" and the last words of the reader.
-std::shared_ptr<const Board> runApart(const std::function<void(Board&)>& work);
+std::shared_ptr<Board> runApart(const std::function<void(Board&)>& work);
 
 }  // namespace diffuse

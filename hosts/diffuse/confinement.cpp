@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "confinement.h"
 
 #include <fcntl.h>

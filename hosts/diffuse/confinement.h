@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a process that reads other people's files may do.
 #pragma once
 

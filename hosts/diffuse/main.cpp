@@ -1,11 +1,11 @@
+// SPDX-License-Identifier: MIT
 // diffuse: filters a picture or a volume with the library, from file to file.
 #include <tbb/global_control.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
-#include <cmath>
-#include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -16,14 +16,12 @@
 #include <vector>
 
 #include "filterLoop.h"
-#include "montage.h"
-#include "noise.h"
-#include "noiseLevel.h"
 #include "options.h"
 #include "pictureFile.h"
-#include "progress.h"
-#include "report.h"
-#include "stagedFile.h"
+#include "report/noise.h"
+#include "report/progress.h"
+#include "report/report.h"
+#include "report/sheet.h"
 #include "startup.h"
 
 namespace diffuse {
@@ -42,49 +40,56 @@ private:
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
 
-void requireWritableFiles(const Options& options, const Picture& picture,
-                          const std::vector<std::filesystem::path>& inputs) {
-    Picture sheet{{{1}, {1}}};
-    sheet.sampleType = SampleType::uint8;
+Picture pictureOf(const Sheet& sheet) {
+    Picture picture{{{sheet.width}, {sheet.height}}};
+    picture.sampleType = SampleType::uint8;
+    picture.channels = sheet.channels;
+    picture.pixelKind = sheet.channels == 3 ? PixelKind::rgb : PixelKind::grey;
+    picture.makeRoom();
+    std::memcpy(picture.samples.get(), sheet.samples.data(), sheet.samples.size());
+    return picture;
+}
+
+void requireWritableFiles(const Options& options, const Input& input) {
     for (const auto& written : {options.output, options.preview}) {
-        for (const auto& input : inputs) {
-            if (isSameFile(written, input)) {
+        for (const auto& file : input.files) {
+            if (isSameFile(written, file)) {
                 throw UsageError(written.string() +
                                  " is a part of the input, which stays as it is");
             }
         }
-        if (!written.empty()) requireWritable(written, written == options.output ? picture : sheet);
+    }
+    if (!options.output.empty()) requireWritable(options.output, input.picture);
+    if (!options.preview.empty()) {
+        requireWritable(options.preview, pictureOf(Sheet{1, 1, 1, {0}}));
     }
 }
 
-bool isFinite(const Picture& picture) {
-    return std::ranges::all_of(picture.values, [](double value) { return std::isfinite(value); });
-}
-
-void requireFinite(const Options& options, const Picture& picture) {
-    if (options.spreadsNan || isFinite(picture)) return;
-    throw std::runtime_error(options.input.string() +
-                             ": it has samples that are infinite or no numbers, which would spread "
-                             "with every step (--nan spread lets them)");
-}
-
-// Replaces the picture by the filtered one.
-void filterPicture(const Options& options, Picture& picture, Report& report) {
-    report.noiseSigma = noiseSigma(picture);
-    report.threshold = options.threshold.value_or(automaticThreshold(
-        report.noiseSigma, picture, options.pipeline.conduction, options.iterations));
+// Replaces the samples by the filtered ones.
+void filterPicture(const Options& options, const Picture& picture, Report& report) {
+    FilterSettings settings{pipelineOf(options, picture.dimensions())};
+    report.pipeline = settings.pipeline.name();
+    if (!options.threshold || options.json) report.noiseSigma = noiseSigma(picture.filtered());
+    report.threshold = options.threshold
+                           ? *options.threshold
+                           : automaticThreshold(report.noiseSigma, picture.filtered(),
+                                                settings.pipeline.conduction ==
+                                                    diffusefilt_host::Conduction::exponential,
+                                                options.iterations);
     Progress progress(std::int64_t{options.iterations} * picture.filteredChannels());
     try {
-        requireUsableThreshold(report.threshold, options.pipeline.elementType);
+        requireUsableThreshold(report.threshold, settings.pipeline.elementType);
     } catch (const UsageError& error) {
         throw std::runtime_error(error.what());  // it was found, not given
     }
-    report.steps = filter({report.pipeline, report.threshold, options.iterations, options.json},
-                          picture, [&] { progress.advance(); });
-    if (!options.spreadsNan && !isFinite(picture)) {
-        throw std::runtime_error(options.input.string() +
-                                 ": its samples are too large for the arithmetic of " +
-                                 wordOf(options.pipeline.elementType));
+    settings.threshold = report.threshold;
+    settings.iterations = options.iterations;
+    settings.spreadsNan = options.spreadsNan;
+    settings.measure = options.json;
+    try {
+        report.steps = filter(settings, picture, [&] { progress.advance(); });
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(options.input.string() + ": " + error.what());
     }
 }
 
@@ -100,36 +105,40 @@ void print(const std::string& text) {
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
 }
 
-// Has both files on the disk before either is put in place, and the report before that.
-void finish(const Options& options, const Picture& picture, const Picture& preview,
-            Report& report) {
-    Stopwatch watch;
-    const auto output = options.output.empty() ? nullptr : stagePicture(options.output, picture);
-    const auto sheet = options.preview.empty() ? nullptr : stagePicture(options.preview, preview);
-    report.seconds.write = watch.lap();
-    print(options.json ? jsonReport(report, options, picture) : plainReport(report, options));
-    if (output) commitPicture(*output);
-    if (sheet) commitPicture(*sheet);
+// What stands in the report before the work.
+Report reportOn(const Options& options, const Picture& picture) {
+    Report report;
+    report.input = options.input;
+    report.output = options.output;
+    report.preview = options.preview;
+    for (int d = 0; d < picture.dimensions(); ++d) {
+        report.extents.push_back(picture.axes[d].extent);
+        report.spacing.push_back(picture.axes[d].spacing);
+    }
+    report.channels = picture.channels;
+    report.sampleType = picture.sampleType;
+    report.thresholdIsAuto = !options.threshold;
+    report.iterations = options.iterations;
+    return report;
 }
 
 void run(const Options& options) {
-    Report report;
+    pipelineOf(options, 2);
     Stopwatch watch;
-    report.pipeline = axesOf(options.pipeline);
-    auto [picture, inputs] = readPicture(options.input);
-    if (options.slice) picture = takeSlice(picture, *options.slice);
-    watchInterruptions();
-    requireFinite(options, picture);
-    report.pipeline.dimensions = picture.dimensions();
-    requireWritableFiles(options, picture, inputs);
+    const Input input = readPicture(options.input, options.slice, options.spreadsNan);
+    requireWritableFiles(options, input);
+    Report report = reportOn(options, input.picture);
     report.seconds.read = watch.lap();
 
-    // Copies for the preview and the PSNR alone.
+    // Filtering replaces samples; the preview and the PSNR need those before it.
+    const Picture& clean = input.picture;
     const bool hasNoise = options.noiseSigma > 0;
-    const bool isCompared = hasNoise || !options.preview.empty();
-    const Picture clean = isCompared ? picture : Picture();
-    if (hasNoise) addGaussianNoise(picture.filteredValues(), options.noiseSigma, options.seed);
-    const Picture noisy = hasNoise ? picture : Picture();
+    const bool isShown = !options.preview.empty();
+    Picture picture = hasNoise  ? converted(clean, SampleType::float64)
+                      : isShown ? converted(clean, clean.sampleType)
+                                : clean;
+    if (hasNoise) addGaussianNoise(picture.filtered(), options.noiseSigma, options.seed);
+    const Picture noisy = hasNoise ? converted(picture, picture.sampleType) : Picture();
     report.threads = startThreads(options.threads);
     if (report.threads == 1 && options.threads != 1) {
         complain("only one thread can be started here, the work takes longer");
@@ -139,16 +148,23 @@ void run(const Options& options) {
     report.seconds.filter = watch.lap();
 
     if (hasNoise) {
-        const auto values = clean.filteredValues();
-        const double peak = peakValue(clean);
-        report.psnr = {psnr(values, std::as_const(noisy).filteredValues(), peak),
-                       psnr(values, std::as_const(picture).filteredValues(), peak)};
+        report.psnr = {psnr(clean.filtered(), noisy.filtered()),
+                       psnr(clean.filtered(), picture.filtered())};
     }
-    Picture preview;
-    if (!options.preview.empty()) {
-        preview = hasNoise ? montage({&clean, &noisy, &picture}) : montage({&clean, &picture});
+    std::unique_ptr<StagedFile> sheet;
+    std::unique_ptr<StagedFile> output;
+    if (isShown) {
+        const auto shown = hasNoise ? std::vector{clean.shown(), noisy.shown(), picture.shown()}
+                                    : std::vector{clean.shown(), picture.shown()};
+        sheet = stagePicture(options.preview, pictureOf(montage(shown)));
     }
-    finish(options, picture, preview, report);
+    // Both files are on the disk before either is put in place, and the report before that.
+    if (hasNoise) picture = converted(picture, clean.sampleType);
+    if (!options.output.empty()) output = stagePicture(options.output, picture);
+    report.seconds.write = watch.lap();
+    print(options.json ? jsonReport(report) : plainReport(report));
+    if (output) commitPicture(*output);
+    if (sheet) commitPicture(*sheet);
 }
 
 void runWithThreads(const Options& options) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The words of the help.
 #pragma once
 
@@ -8,9 +9,6 @@ namespace diffuse {
 
 std::string introduction();
 std::string closing();
-
-// What an option does, by its names as they are given to CLI11.
-std::string helpOn(const std::string& names);
 
 // Lays the help out for a terminal of 80 columns.
 class ManualFormatter : public CLI::Formatter {

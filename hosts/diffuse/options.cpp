@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "options.h"
 
 #include <CLI/CLI.hpp>
@@ -14,6 +15,7 @@ namespace diffuse {
 namespace {
 
 namespace fs = std::filesystem;
+namespace host = diffusefilt_host;
 
 // "z:90" is slice 90 on axis z.
 SliceChoice parseSlice(const std::string& text) {
@@ -66,64 +68,105 @@ void requireSense(const Options& options) {
 }
 
 void addFiles(CLI::App& app, Options& options, std::string& slice) {
-    app.add_option("input", options.input, helpOn("input"))->required()->type_name("INPUT");
-    const auto add = [&](const char* names, auto& value, const char* type) {
-        app.add_option(names, value, helpOn(names))->type_name(type)->group("Files");
+    app.add_option("input", options.input,
+                   "Picture or volume, or a folder that holds one DICOM series")
+        ->required()
+        ->type_name("INPUT");
+    const auto add = [&](const char* names, auto& value, const char* type, const char* words) {
+        return app.add_option(names, value, words)->type_name(type)->group("Files");
     };
-    add("-o,--output", options.output, "FILE");
-    add("--preview", options.preview, "FILE");
-    add("--slice", slice, "AXIS:INDEX");
+    add("-o,--output", options.output, "FILE",
+        "Write the result here, in the format of the name's extension");
+    add("--preview", options.preview, "FILE",
+        "Write a picture in 8 bits to look at: the input and the result, with --add-noise the "
+        "noisy one between them, side by side; of a volume, one above the other, its central "
+        "axial, coronal and sagittal slices");
+    add("--slice", slice, "AXIS:INDEX",
+        "Filter one slice of a volume as a picture; AXIS is x, y or z, as the samples stand in the "
+        "file, and INDEX counts from 0: z:90");
     app.add_option_function<std::string>(
            "--nan", [&](const std::string& word) { options.spreadsNan = word == "spread"; },
-           helpOn("--nan"))
+           "What to do with samples that are infinite or no numbers: refuse the input (default), "
+           "or let them spread to their neighbours with every step")
         ->type_name("refuse|spread")
         ->group("Files")
         ->check(CLI::IsMember(std::vector<std::string>{"refuse", "spread"}).description(""));
 }
 
-// An axis of the pipeline, in the words of the exported names; `further` are other words, which
-// leave the value as it is.
-template <class Axis, class Value>
-void addAxis(CLI::App& app, const char* name, Value& value,
-             const std::vector<std::string>& further = {}) {
-    namespace host = diffusefilt_host;
-    const auto take = [&value, further](const std::string& word) {
-        if (std::find(further.begin(), further.end(), word) == further.end()) {
-            value = host::fromWord<Axis>(word);
-        }
-    };
-    constexpr auto words = host::wordsOf<Axis>();
-    std::vector<std::string> known = further;
-    known.insert(known.end(), words.begin(), words.end());
-    app.add_option_function<std::string>(name, take, helpOn(name))
+// An axis of the pipeline, in the words of the exported names or one of `further`.
+template <class Axis>
+void addAxis(CLI::App& app, const char* name, std::function<void(const std::string&)> take,
+             const char* words, std::vector<std::string> further = {}) {
+    constexpr auto known = host::wordsOf<Axis>();
+    further.insert(further.end(), known.begin(), known.end());
+    app.add_option_function<std::string>(name, std::move(take), words)
         ->type_name("NAME")
         ->group("Filter")
-        ->check(CLI::IsMember(known).description(""));
+        ->check(CLI::IsMember(further).description(""));
+}
+
+void addPipeline(CLI::App& app, Options& options) {
+    host::Axes& axes = options.pipeline;
+    addAxis<host::Connectivity>(
+        app, "--connectivity",
+        [&](const std::string& word) {
+            axes.connectivity = host::fromWord<host::Connectivity>(word);
+        },
+        "minimal: the neighbours that share a side, 4 or 6 (default); maximal: those that share a "
+        "corner too, 8 or 26");
+    addAxis<host::Conduction>(
+        app, "--conduction",
+        [&](const std::string& word) { axes.conduction = host::fromWord<host::Conduction>(word); },
+        "Conductance of a difference d. quadratic: 1 / (1 + (d / K)^2) (default); exponential: "
+        "exp(-(d / K)^2), which keeps edges more strictly");
+    addAxis<host::ElementType>(
+        app, "--type",
+        [&](const std::string& word) {
+            axes.elementType = host::fromWord<host::ElementType>(word);
+        },
+        "Arithmetic: float64 (default), or float32, which is faster");
+    addAxis<host::InstructionSet>(
+        app, "--instruction-set",
+        [&](const std::string& word) {
+            options.bestSet = word == "auto";
+            if (word != "auto") axes.instructionSet = host::fromWord<host::InstructionSet>(word);
+        },
+        "Of the processor: none (any x86-64), avx, avx2 (with FMA3 and BMI1), or auto, the best "
+        "that it can run (default). Results differ between them by rounding",
+        {"auto"});
 }
 
 void addFilter(CLI::App& app, Options& options, std::string& threshold) {
-    const auto add = [&](const char* names, auto& value, const char* type, const auto& check) {
-        app.add_option(names, value, helpOn(names))->type_name(type)->group("Filter")->check(check);
+    const auto add = [&](const char* names, auto& value, const char* type, const auto& check,
+                         const char* words) {
+        app.add_option(names, value, words)->type_name(type)->group("Filter")->check(check);
     };
-    namespace host = diffusefilt_host;
-    PipelineChoice& pipeline = options.pipeline;
-    add("-n,--iterations", options.iterations, "N", wholeNumberFrom(0));
-    add("-k,--threshold", threshold, "VALUE|auto", requirePositiveOrAuto);
-    addAxis<host::Connectivity>(app, "--connectivity", pipeline.connectivity);
-    addAxis<host::Conduction>(app, "--conduction", pipeline.conduction);
-    addAxis<host::ElementType>(app, "--type", pipeline.elementType);
-    addAxis<host::InstructionSet>(app, "--instruction-set", pipeline.instructionSet, {"auto"});
-    add("--threads", options.threads, "N", wholeNumberFrom(1));
+    add("-n,--iterations", options.iterations, "N", wholeNumberFrom(0),
+        "Number of steps (default 3)");
+    add("-k,--threshold", threshold, "VALUE|auto", requirePositiveOrAuto,
+        "Gradient threshold K in the units of the samples. auto, the default, takes a multiple of "
+        "the standard deviation of the noise, estimated from the input, that falls with the number "
+        "of steps");
+    addPipeline(app, options);
+    add("--threads", options.threads, "N", wholeNumberFrom(1),
+        "Number of threads (default: all that the processor runs). It changes no result");
 }
 
 void addReports(CLI::App& app, Options& options) {
-    app.add_flag("--json", options.json, helpOn("--json"))->group("Reports");
-    app.add_option("--add-noise", options.noiseSigma, helpOn("--add-noise"))
+    app.add_flag("--json", options.json,
+                 "Print a report in JSON: pipeline, threshold, noise, times in seconds, and how "
+                 "far each step moved the values")
+        ->group("Reports");
+    app.add_option("--add-noise", options.noiseSigma,
+                   "Add Gaussian noise of this standard deviation before filtering, and report the "
+                   "PSNR before and after")
         ->type_name("SIGMA")
         ->group("Reports")
         ->check(requirePositive);
-    app.add_option("--seed", options.seed, helpOn("--seed"))->type_name("N")->group("Reports");
-    app.set_help_flag("-h,--help", helpOn("-h,--help"))->group("Reports");
+    app.add_option("--seed", options.seed, "Seed of this noise (default 1)")
+        ->type_name("N")
+        ->group("Reports");
+    app.set_help_flag("-h,--help", "Print this and exit")->group("Reports");
 }
 
 }  // namespace
@@ -134,8 +177,19 @@ bool isSameFile(const fs::path& a, const fs::path& b) {
     return !a.empty() && !b.empty() && (fs::equivalent(a, b, ignored) || name(a) == name(b));
 }
 
-void requireUsableThreshold(double threshold, diffusefilt_host::ElementType elementType) {
-    const bool isDouble = elementType == diffusefilt_host::ElementType::float64;
+host::Axes pipelineOf(const Options& options, int dimensions) {
+    const auto best = host::bestInstructionSet();
+    host::Axes axes = options.pipeline;
+    axes.dimensions = dimensions;
+    if (options.bestSet) axes.instructionSet = best;
+    if (axes.instructionSet <= best) return axes;
+    throw std::runtime_error("this processor or its operating system cannot run the " +
+                             std::string(wordOf(axes.instructionSet)) +
+                             " pipelines, --instruction-set auto finds those that it can");
+}
+
+void requireUsableThreshold(double threshold, host::ElementType elementType) {
+    const bool isDouble = elementType == host::ElementType::float64;
     const double element = isDouble ? threshold : static_cast<float>(threshold);
     const double reciprocal = isDouble ? 1 / element : 1 / static_cast<float>(element);
     if (std::isfinite(element) && std::isfinite(reciprocal)) return;

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: MIT
 // The command line of the program.
 #pragma once
 
 #include <cstdint>
+#include <diffusefilt_halide.hpp>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
 
 #include "picture.h"
-#include "pipelineChoice.h"
 
 namespace diffuse {
 
@@ -23,7 +24,9 @@ struct Options {
     double noiseSigma = 0;  // in grey values of the input; 0: no noise is added
     std::uint64_t seed = 1;
     bool spreadsNan = false;  // whether samples that are no finite numbers are let in
-    PipelineChoice pipeline;
+    // Its dimensions are those of the picture; the first of each axis but for the type.
+    diffusefilt_host::Axes pipeline{0, {}, {}, diffusefilt_host::ElementType::float64, {}};
+    bool bestSet = true;  // whether the best instruction set of this processor takes its place
 };
 
 // The command line is wrong in itself, whatever the files hold.
@@ -33,6 +36,10 @@ struct UsageError : std::runtime_error {
 
 // Whether both name the same file, symbolic and hard links included. An empty path names none.
 bool isSameFile(const std::filesystem::path& a, const std::filesystem::path& b);
+
+// The pipeline for a picture of so many dimensions.
+// Throws std::runtime_error with one line if its instruction set cannot be run here.
+diffusefilt_host::Axes pipelineOf(const Options& options, int dimensions);
 
 // Throws UsageError if the arithmetic has no number for the threshold or for its reciprocal.
 void requireUsableThreshold(double threshold, diffusefilt_host::ElementType elementType);

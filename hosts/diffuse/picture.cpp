@@ -1,13 +1,25 @@
+// SPDX-License-Identifier: MIT
 #include "picture.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstring>
 #include <stdexcept>
-#include <string>
 
 namespace diffuse {
 
 namespace {
+
+std::vector<Channel> channelsOf(const Picture& picture, int count) {
+    std::vector<int> extents;
+    for (int d = 0; d < picture.dimensions(); ++d) extents.push_back(picture.axes[d].extent);
+    std::vector<Channel> channels;
+    for (int c = 0; c < count; ++c) {
+        channels.push_back({picture.samples.get() + c * sizeOf(picture.sampleType),
+                            picture.sampleType, static_cast<std::size_t>(picture.channels),
+                            extents});
+    }
+    return channels;
+}
 
 void requireSlice(const Picture& volume, const SliceChoice& choice) {
     if (volume.dimensions() != 3) {
@@ -22,28 +34,6 @@ void requireSlice(const Picture& volume, const SliceChoice& choice) {
     }
 }
 
-// The volume without its samples: moved to the slice along the axis, which becomes the third.
-Picture placeSlice(const Picture& volume, const SliceChoice& choice) {
-    Picture slice{volume.axes,
-                  volume.origin,
-                  volume.sampleType,
-                  volume.pixelKind,
-                  volume.channels,
-                  volume.notes,
-                  {}};
-    const auto cut = slice.axes.begin() + choice.axis;
-    for (std::size_t i = 0; i < std::min(slice.origin.size(), cut->direction.size()); ++i) {
-        slice.origin[i] += choice.index * cut->spacing * cut->direction[i];
-    }
-    cut->extent = 1;
-    // Taking the second axis behind the third mirrors the space; turning it round mirrors it back.
-    if (choice.axis == 1) {
-        for (double& component : cut->direction) component = -component;
-    }
-    std::rotate(cut, cut + 1, slice.axes.begin() + 3);
-    return slice;
-}
-
 }  // namespace
 
 int Picture::dimensions() const {
@@ -56,51 +46,68 @@ int Picture::filteredChannels() const {
     return hasOpacity(pixelKind) ? channels - 1 : channels;
 }
 
-std::span<double> Picture::filteredValues() {
-    return std::span(values).first(values.size() / channels * filteredChannels());
+std::size_t Picture::bytes() const {
+    std::size_t count = channels * sizeOf(sampleType);
+    for (const Axis& axis : axes) count *= axis.extent;
+    return count;
 }
 
-std::span<const double> Picture::filteredValues() const {
-    return std::span(values).first(values.size() / channels * filteredChannels());
+void Picture::makeRoom() {
+    samples.reset(new std::byte[bytes()], std::default_delete<std::byte[]>());
 }
 
-std::span<double> Picture::channel(int index) {
-    const std::size_t size = values.size() / channels;
-    return std::span(values).subspan(index * size, size);
+std::vector<Channel> Picture::filtered() const {
+    return channelsOf(*this, filteredChannels());
 }
 
-std::span<const double> Picture::channel(int index) const {
-    const std::size_t size = values.size() / channels;
-    return std::span(values).subspan(index * size, size);
+Shown Picture::shown() const {
+    Shown shown{channelsOf(*this, inColour(pixelKind) ? 3 : 1), {}};
+    for (const Axis& axis : axes) shown.directions.push_back(axis.direction);
+    return shown;
 }
 
-Range rangeOf(std::span<const double> values) {
-    Range range{HUGE_VAL, -HUGE_VAL};
-    for (const double value : values) {
-        if (!std::isfinite(value)) continue;
-        range.lowest = std::min(range.lowest, value);
-        range.highest = std::max(range.highest, value);
-    }
-    return range.lowest > range.highest ? Range{} : range;
+Picture converted(const Picture& picture, SampleType type, double slope, double shift) {
+    Picture other = picture;
+    other.sampleType = type;
+    other.makeRoom();
+    withSampleType(picture.sampleType, [&]<typename From>(From*) {
+        withSampleType(type, [&]<typename To>(To*) {
+            const auto* from = reinterpret_cast<const From*>(picture.samples.get());
+            auto* to = reinterpret_cast<To*>(other.samples.get());
+            std::transform(from, from + picture.bytes() / sizeof(From), to, [&](From sample) {
+                return toSample<To>(slope * static_cast<double>(sample) + shift);
+            });
+        });
+    });
+    return other;
 }
 
 Picture takeSlice(const Picture& volume, const SliceChoice& choice) {
     requireSlice(volume, choice);
-    const std::size_t strides[] = {
-        1, static_cast<std::size_t>(volume.axes[0].extent),
-        static_cast<std::size_t>(volume.axes[0].extent) * volume.axes[1].extent};
-    const int column = choice.axis == 0 ? 1 : 0;
-    const int row = choice.axis == 2 ? 1 : 2;
+    Picture slice = volume;
+    Axis cut = volume.axes[choice.axis];
+    for (std::size_t i = 0; i < std::min(slice.origin.size(), cut.direction.size()); ++i) {
+        slice.origin[i] += choice.index * cut.spacing * cut.direction[i];
+    }
+    cut.extent = 1;
+    // Taking the second axis behind the third mirrors the space; turning it round mirrors it back.
+    if (choice.axis == 1) {
+        for (double& component : cut.direction) component = -component;
+    }
+    slice.axes.erase(slice.axes.begin() + choice.axis);
+    slice.axes.push_back(cut);
+    slice.makeRoom();
 
-    Picture slice = placeSlice(volume, choice);
-    slice.values.reserve(volume.values.size() / volume.axes[choice.axis].extent);
-    const std::size_t start = choice.index * strides[choice.axis];
-    for (int c = 0; c < volume.channels; ++c) {
-        const auto samples = volume.channel(c);
-        for (int j = 0; j < slice.axes[1].extent; ++j) {
-            for (int i = 0; i < slice.axes[0].extent; ++i) {
-                slice.values.push_back(samples[start + i * strides[column] + j * strides[row]]);
-            }
+    const std::size_t pixel = volume.channels * sizeOf(volume.sampleType);
+    const std::size_t strides[] = {pixel, pixel * volume.axes[0].extent,
+                                   pixel * volume.axes[0].extent * volume.axes[1].extent};
+    const std::size_t column = strides[choice.axis == 0 ? 1 : 0];
+    const std::size_t row = strides[choice.axis == 2 ? 1 : 2];
+    const std::byte* const start = volume.samples.get() + choice.index * strides[choice.axis];
+    std::byte* to = slice.samples.get();
+    for (int j = 0; j < slice.axes[1].extent; ++j) {
+        for (int i = 0; i < slice.axes[0].extent; ++i, to += pixel) {
+            std::memcpy(to, start + i * column + j * row, pixel);
         }
     }
     return slice;

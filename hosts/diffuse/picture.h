@@ -1,33 +1,27 @@
+// SPDX-License-Identifier: MIT
 // What the program works on: a picture or volume in memory, and one slice of a volume.
 #pragma once
 
 #include <cstddef>
 #include <map>
-#include <span>
+#include <memory>
 #include <string>
 #include <vector>
 
-namespace diffuse {
+#include "report/samples.h"
+#include "report/sheet.h"
 
-// The type of one sample in the file.
-enum class SampleType {
-    uint8,
-    int8,
-    uint16,
-    int16,
-    uint32,
-    int32,
-    uint64,
-    int64,
-    float32,
-    float64
-};
+namespace diffuse {
 
 // What the channels of a pixel mean. Opacity, the last channel where there is one, is not filtered.
 enum class PixelKind { grey, greyOpacity, rgb, rgba, vector };
 
 inline bool hasOpacity(PixelKind kind) {
     return kind == PixelKind::greyOpacity || kind == PixelKind::rgba;
+}
+
+inline bool inColour(PixelKind kind) {
+    return kind == PixelKind::rgb || kind == PixelKind::rgba;
 }
 
 struct Axis {
@@ -49,25 +43,22 @@ struct Picture {
     // What else the file tells and its own format can keep, as text or bytes, by names that only
     // the formats know.
     std::map<std::string, std::string> notes = {};
-    // One channel after the other, in the units of the file, not clipped to the sample type.
-    std::vector<double> values = {};
+    // As files have them, the channels of a pixel together; null before they are read.
+    std::shared_ptr<std::byte> samples = {};
 
     // Those that are filtered. One slice is a picture, whatever space its file places it in:
     // trailing axes of a single sample do not count, down to two.
     [[nodiscard]] int dimensions() const;
     [[nodiscard]] int filteredChannels() const;
-    [[nodiscard]] std::span<double> filteredValues();
-    [[nodiscard]] std::span<const double> filteredValues() const;
-    [[nodiscard]] std::span<double> channel(int index);
-    [[nodiscard]] std::span<const double> channel(int index) const;
+    [[nodiscard]] std::size_t bytes() const;  // of all samples
+    void makeRoom();                          // for samples of its own
+    [[nodiscard]] std::vector<Channel> filtered() const;
+    // Colours without their opacity, of vectors the first component.
+    [[nodiscard]] Shown shown() const;
 };
 
-struct Range {
-    double lowest = 0, highest = 0;
-};
-
-// Of the finite values; 0 to 0 if there are none.
-Range rangeOf(std::span<const double> values);
+// The picture with samples of its own, each `slope * sample + shift` in the other type.
+Picture converted(const Picture& picture, SampleType type, double slope = 1, double shift = 0);
 
 struct SliceChoice {
     int axis = 2;   // 0, 1, 2 for x, y, z: the axis that the slice stands on

@@ -1,8 +1,10 @@
+// SPDX-License-Identifier: MIT
 // Reading and writing pictures.
 #pragma once
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "picture.h"
@@ -15,22 +17,23 @@ struct Input {
     std::vector<std::filesystem::path> files;  // all that it was read from
 };
 
-// Reads the whole file, or the one DICOM series that a folder holds, in a child process. To be
-// called before the process has other threads.
-// Throws std::runtime_error with one line if that fails.
-Input readPicture(const std::filesystem::path& file);
+// Reads the whole file, or the one DICOM series that a folder holds, in a child process, and leaves
+// a slice of it if one is chosen. To be called before the process has other threads.
+// Throws std::runtime_error with one line if that fails; unless `spreadsNan`, also if there are
+// samples that are no finite numbers.
+Input readPicture(const std::filesystem::path& file, const std::optional<SliceChoice>& slice,
+                  bool spreadsNan);
 
 // Throws std::runtime_error with one line if the picture cannot be written there, as far as that
-// shows without its values: no format belongs to the name, the format cannot hold the picture,
+// shows without its samples: no format belongs to the name, the format cannot hold the picture,
 // there is no such folder, or no file can stand in that place.
 void requireWritable(const std::filesystem::path& file, const Picture& picture);
 
-// Writes the picture beside the file of that name, in the format that belongs to the name and in
-// its own sample type: integers are rounded to the nearest and saturated, NaN becomes the lowest.
+// Writes the picture for the file of that name, in the format that belongs to the name.
 // Throws std::runtime_error with one line if that fails.
 std::unique_ptr<StagedFile> stagePicture(const std::filesystem::path& file, const Picture& picture);
 
-// Puts a filled file in place. Throws std::runtime_error with one line if that fails.
+// Puts a staged file in place. Throws std::runtime_error with one line if that fails.
 void commitPicture(const StagedFile& file);
 
 }  // namespace diffuse

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
@@ -9,7 +11,6 @@
 #include "childProcess.h"
 #include "formats/Format.h"
 #include "pictureFile.h"
-#include "samples.h"
 
 namespace diffuse {
 
@@ -44,8 +45,8 @@ void requireSensiblePlace(const Picture& picture) {
 }
 
 // Throws Refusal for more samples than the file can hold, whatever packs them but for those of a
-// nearly empty picture, and for more than the machine can: beside the samples stand their values,
-// and those of one channel before and after a step.
+// nearly empty picture, and for more than the machine can, beside those of a channel before and
+// after a step.
 void requireSensible(const Contents& contents, std::uint64_t inputBytes) {
     constexpr std::uint64_t freeBytes = 128 << 20;
     constexpr std::uint64_t proportion = 1100;  // gzip's best is 1032 to 1
@@ -59,13 +60,34 @@ void requireSensible(const Contents& contents, std::uint64_t inputBytes) {
         throw Refusal("its header promises " + std::to_string(bytes >> 20) +
                       " MiB, more than so small a file can hold");
     }
-    const double values =
-        static_cast<double>(bytes) / static_cast<double>(sizeOf(picture.sampleType));
-    const double needed =
-        static_cast<double>(bytes) + values * sizeof(double) * (1 + 2.0 / picture.channels);
-    const double present =
-        static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
-    if (needed > present) throw Refusal("not enough memory for its samples");
+    const std::uint64_t pixels = bytes / picture.channels / sizeOf(picture.sampleType);
+    const std::uint64_t present = std::uint64_t{1} * sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGE_SIZE);
+    if (bytes + 2 * sizeof(double) * pixels > present) {
+        throw Refusal("not enough memory for its samples");
+    }
+}
+
+// Throws Refusal for samples that are no finite numbers, or that float64 rounds.
+void requireNumbers(const Picture& picture, bool spreadsNan) {
+    withSampleType(picture.sampleType, [&]<typename Sample>(Sample*) {
+        const auto* begin = reinterpret_cast<const Sample*>(picture.samples.get());
+        const auto* end = begin + picture.bytes() / sizeof(Sample);
+        if constexpr (std::is_floating_point_v<Sample>) {
+            const auto isFinite = [](Sample sample) { return std::isfinite(sample); };
+            if (!spreadsNan && !std::all_of(begin, end, isFinite)) {
+                throw Refusal(
+                    "it has samples that are infinite or no numbers, which would spread with every "
+                    "step (--nan spread lets them)");
+            }
+        } else if constexpr (sizeof(Sample) == sizeof(double)) {
+            constexpr auto exact = static_cast<double>(std::uint64_t{1} << 53);
+            if (std::any_of(begin, end, [](Sample sample) {
+                    return std::abs(static_cast<double>(sample)) > exact;
+                })) {
+                throw Refusal("it has whole numbers beyond 2^53, which would be rounded");
+            }
+        }
+    });
 }
 
 // A file with the one that holds its samples, or all of a folder.
@@ -80,7 +102,8 @@ std::vector<fs::path> filesOf(const fs::path& file, const Format& format) {
     return files;
 }
 
-void readInChild(const fs::path& file, Board& board) {
+void readInChild(const fs::path& file, const std::optional<SliceChoice>& slice, bool spreadsNan,
+                 Board& board) {
     const Format* format = formatOf(file);
     if (!format) throw Refusal("unknown format");
     board.begin(format->name, 0);
@@ -93,37 +116,34 @@ void readInChild(const fs::path& file, Board& board) {
     board.begin(format->name, inputBytes);
     const Contents contents = format->open(file);
     requireSensible(contents, inputBytes);
-    std::string header;
-    Json::to_cbor({{"picture", contents.picture},
-                   {"slope", contents.slope},
-                   {"shift", contents.shift},
-                   {"files", names}},
-                  header);
-    board.promise(header, requireSize(contents.picture));
-    contents.read(board.samples);
-}
-
-// From pixel after pixel to channel after channel.
-template <typename Sample>
-void takeValues(const Sample* samples, const Contents& contents, Picture& picture) {
-    constexpr auto exact = static_cast<double>(std::uint64_t{1} << 53);
-    const std::size_t channels = picture.channels;
-    const std::size_t pixels = picture.values.size() / channels;
-    for (std::size_t c = 0; c < channels; ++c) {
-        for (std::size_t i = 0; i < pixels; ++i) {
-            const auto value = static_cast<double>(samples[i * channels + c]);
-            if (std::is_integral_v<Sample> && std::abs(value) > exact) {
-                throw Refusal("it has whole numbers beyond 2^53, which would be rounded");
-            }
-            picture.values[c * pixels + i] = contents.slope * value + contents.shift;
-        }
+    Picture picture = contents.picture;
+    const bool isScaled = contents.slope != 1 || contents.shift != 0;
+    const std::size_t growth = isScaled ? sizeof(double) / sizeOf(picture.sampleType) : 1;
+    board.promise(picture.bytes() * growth);
+    const std::shared_ptr<std::byte> shared(&board.samples[0], [](std::byte*) {});
+    if (isScaled || slice) {
+        picture.makeRoom();
+    } else {
+        picture.samples = shared;
     }
-    if (contents.slope != 1 || contents.shift != 0) picture.sampleType = SampleType::float64;
+    contents.read(picture.samples.get());
+    if (slice) picture = takeSlice(picture, *slice);
+    requireNumbers(picture, spreadsNan);
+    if (isScaled) {
+        picture = converted(picture, SampleType::float64, contents.slope, contents.shift);
+        requireNumbers(picture, spreadsNan);
+    }
+    if (picture.samples != shared) {
+        std::memcpy(board.samples, picture.samples.get(), picture.bytes());
+    }
+    std::string header;
+    Json::to_cbor({{"picture", picture}, {"files", names}}, header);
+    board.tell(header);
 }
 
 }  // namespace
 
-Input readPicture(const fs::path& file) {
+Input readPicture(const fs::path& file, const std::optional<SliceChoice>& slice, bool spreadsNan) {
     const auto fail = [&](const std::string& why) {
         throw std::runtime_error(file.string() + ": " + why);
     };
@@ -132,16 +152,14 @@ Input readPicture(const fs::path& file) {
         if (fs::exists(file) && !fs::is_directory(file) && !fs::is_regular_file(file)) {
             throw Refusal("neither a file nor a folder");
         }
-        const auto board = runApart([&](Board& shared) { readInChild(file, shared); });
+        const auto board =
+            runApart([&](Board& shared) { readInChild(file, slice, spreadsNan, shared); });
         const Json json = Json::from_cbor(board->header, board->header + board->headerSize);
-        Contents contents{json.at("picture"), json.at("slope"), json.at("shift")};
         for (const Json& name : json.at("files")) input.files.emplace_back(name.get<std::string>());
-        requireSensible(contents, board->bytes);
-        input.picture = contents.picture;
-        withSampleType(input.picture.sampleType, [&]<typename Sample>(Sample*) {
-            input.picture.values.resize(requireSize(contents.picture) / sizeof(Sample));
-            takeValues(reinterpret_cast<const Sample*>(board->samples), contents, input.picture);
-        });
+        input.picture = json.at("picture");
+        // What the child tells is not trusted any further than the memory that it filled.
+        if (requireSize(input.picture) > board->sampleRoom) throw std::bad_alloc();
+        input.picture.samples = {board, board->samples};
     } catch (const fs::filesystem_error& error) {
         fail(error.code().message());
     } catch (const std::bad_alloc&) {

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <string>
 
 #include "formats/Format.h"
 #include "pictureFile.h"
-#include "samples.h"
 
 namespace diffuse {
 
@@ -22,17 +23,9 @@ void explainFailures(const fs::path& file, const std::function<void()>& work) {
         work();
     } catch (const std::bad_alloc&) {
         fail("not enough memory");
-    } catch (const fs::filesystem_error& error) {
-        fail(error.code().message());
     } catch (const std::exception& error) {
         fail(error.what());
     }
-}
-
-// Of the samples, uncompressed, and a header. Noise takes a little more compressed than not.
-std::size_t roomFor(const Picture& picture) {
-    const std::size_t bytes = picture.values.size() * sizeOf(picture.sampleType);
-    return bytes + bytes / 8 + (1 << 14);
 }
 
 }  // namespace
@@ -63,8 +56,8 @@ std::unique_ptr<StagedFile> stagePicture(const fs::path& file, const Picture& pi
     std::unique_ptr<StagedFile> staged;
     explainFailures(file, [&] {
         staged = std::make_unique<StagedFile>(file);
-        staged->fill(roomFor(picture),
-                     [&](const fs::path& beside) { formatOfName(beside)->write(beside, picture); });
+        formatOfName(file)->write(staged->path(), picture);
+        staged->store();
     });
     return staged;
 }

@@ -1,19 +1,19 @@
+// SPDX-License-Identifier: MIT
 #include "stagedFile.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <mutex>
-#include <set>
+#include <cstdio>
+#include <limits>
 #include <stdexcept>
-#include <string>
 #include <system_error>
-#include <thread>
 
 namespace diffuse {
 
@@ -25,141 +25,87 @@ namespace fs = std::filesystem;
     throw std::runtime_error(std::generic_category().message(error));
 }
 
-// Outlives main: the watching thread may still look at it then.
-struct Shared {
-    std::mutex mutex;
-    std::set<fs::path> folders;
-};
-
-Shared& shared() {
-    static auto& instance = *new Shared;
-    return instance;
+// Gives the open file a name, which must be free. Returns whether that worked.
+bool link(int file, const fs::path& name) {
+    const std::string open = "/proc/self/fd/" + std::to_string(file);
+    return linkat(AT_FDCWD, open.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
-// A writer may go on putting files into the folder until it is gone.
-void removeFolder(const fs::path& folder) {
-    std::error_code error;
-    do {
-        fs::remove_all(folder, error);
-    } while (error == std::errc::directory_not_empty);
-}
-
-[[noreturn]] void endBySignal(sigset_t watched) {
-    int signal = 0;
-    sigwait(&watched, &signal);
-    const std::lock_guard lock(shared().mutex);
-    for (const fs::path& folder : shared().folders) removeFolder(folder);
-    std::signal(signal, SIG_DFL);
-    pthread_sigmask(SIG_UNBLOCK, &watched, nullptr);
-    raise(signal);
-    std::abort();
-}
-
-// The number of the folder, locked; -1 if another process has it or nobody can lock it.
-int lockFolder(const fs::path& folder) {
-    const int number = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+// The same for a file in memory, by a copy.
+bool copy(int file, const fs::path& name) {
     struct stat status {};
-    const bool locked = number >= 0 && flock(number, LOCK_EX | LOCK_NB) == 0 &&
-                        fstat(number, &status) == 0 && status.st_nlink > 0;
-    if (!locked && number >= 0) close(number);
-    return locked ? number : -1;
-}
-
-void removeLeftovers(const fs::path& parent, const std::string& prefix) {
-    std::error_code ignored;
-    for (const fs::directory_entry& entry : fs::directory_iterator(parent, ignored)) {
-        if (!entry.path().filename().string().starts_with(prefix)) continue;
-        const int lock = lockFolder(entry.path());
-        if (lock < 0) continue;
-        removeFolder(entry.path());
-        close(lock);
+    fstat(file, &status);
+    const int other = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    bool isWhole = other >= 0;
+    for (off_t done = 0; isWhole && done < status.st_size;) {
+        isWhole = sendfile(other, file, &done, status.st_size - done) > 0;
     }
+    isWhole = isWhole && fchmod(other, status.st_mode & 07777) == 0 && fsync(other) == 0;
+    if (other >= 0) close(other);
+    return isWhole;
 }
 
-// Takes the room for a moment and gives it back.
-void requireRoom(const fs::path& folder, std::size_t bytes) {
-    std::string name = (folder / "room-XXXXXX").string();
-    const int file = mkstemp(name.data());
-    const int error = file < 0 ? errno : posix_fallocate(file, 0, static_cast<off_t>(bytes));
-    if (file >= 0) {
-        close(file);
-        unlink(name.c_str());
+// Returns 0, or what went wrong. Two processes may do this for one target at once: each removes
+// what stands in its way and tries again, so that either file is put in place whole.
+int replace(int file, bool inMemory, const fs::path& beside, const fs::path& target) {
+    for (int attempt = 0; attempt < 1000; ++attempt) {
+        if (inMemory ? copy(file, beside) : link(file, beside)) {
+            if (std::rename(beside.c_str(), target.c_str()) == 0) return 0;
+            if (errno == ENOENT) continue;
+        }
+        const int error = errno;
+        unlink(beside.c_str());
+        if (error != EEXIST) return error;
     }
-    if (error != 0) fail(error);
-}
-
-// Some file systems find out only now that a file has no room.
-void requireStored(const fs::path& path) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const int error = file < 0 || fsync(file) != 0 ? errno : 0;
-    if (file >= 0) close(file);
-    if (error != 0) fail(error);
+    return EEXIST;
 }
 
 }  // namespace
 
-void watchInterruptions() {
-    sigset_t watched;
-    sigfillset(&watched);
-    // Those that end no process.
-    for (const int signal :
-         {SIGCHLD, SIGURG, SIGWINCH, SIGCONT, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU}) {
-        sigdelset(&watched, signal);
-    }
-    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
-        struct sigaction action {};
-        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
-            sigdelset(&watched, signal);
-        }
-    }
-    pthread_sigmask(SIG_BLOCK, &watched, nullptr);
-    shared();
-    std::thread(endBySignal, watched).detach();
-}
-
-StagedFile::StagedFile(const fs::path& target) : target_(target) {
-    const fs::path parent =
-        fs::absolute(target.has_parent_path() ? target.parent_path() : ".").lexically_normal();
+StagedFile::StagedFile(fs::path target) : target_(std::move(target)) {
+    const fs::path folder = target_.has_parent_path() ? target_.parent_path() : ".";
     // Names of files may be as long as those of folders.
-    const std::string name = target.filename().string();
-    const std::string prefix = ".diffuse-" + std::to_string(std::hash<std::string>{}(name)) + "-";
-    removeLeftovers(parent, prefix);
-    const std::lock_guard lock(shared().mutex);
-    // Another process may take a folder for left behind before it is locked.
-    for (int attempt = 0; lock_ < 0 && attempt < 10; ++attempt) {
-        std::string folder = (parent / (prefix + "XXXXXX")).string();
-        if (!mkdtemp(folder.data())) fail(errno);
-        folder_ = folder;
-        shared().folders.insert(folder_);
-        lock_ = lockFolder(folder_);
-        if (lock_ < 0 && fs::exists(folder_)) return;  // here nobody can lock it
-        if (lock_ < 0) shared().folders.erase(folder_);
-    }
+    const std::string name = target_.filename().string();
+    beside_ = folder / (".diffuse-" + std::to_string(std::hash<std::string>{}(name)));
+    file_ = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+    if (file_ >= 0) return;
+    if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) fail(errno);
+    inMemory_ = true;
+    file_ = memfd_create("diffuse", MFD_CLOEXEC);
+    const mode_t mask = umask(0);
+    umask(mask);
+    if (file_ < 0 || fchmod(file_, 0666 & ~mask) != 0) fail(errno);
 }
 
 StagedFile::~StagedFile() {
-    const std::lock_guard lock(shared().mutex);
-    removeFolder(folder_);
-    shared().folders.erase(folder_);
-    if (lock_ >= 0) close(lock_);
+    close(file_);
 }
 
-void StagedFile::fill(std::size_t room, const std::function<void(const fs::path&)>& write) const {
-    requireRoom(folder_, room);
-    const fs::path beside = folder_ / target_.filename();
-    write(beside);
-    requireStored(beside);
+void StagedFile::store() const {
+    if (fsync(file_) != 0) fail(errno);
 }
 
 void StagedFile::commit() const {
-    const fs::path beside = folder_ / target_.filename();
     struct stat status {};
     if (stat(target_.c_str(), &status) == 0) {
         // The owner stays where that is allowed.
-        [[maybe_unused]] const int owned = chown(beside.c_str(), status.st_uid, status.st_gid);
-        if (chmod(beside.c_str(), status.st_mode & 07777) != 0) fail(errno);
+        [[maybe_unused]] const int owned = fchown(file_, status.st_uid, status.st_gid);
+        if (fchmod(file_, status.st_mode & 07777) != 0) fail(errno);
     }
-    fs::rename(beside, target_);
+    if (!inMemory_ && link(file_, target_)) return;
+    // Signals reach any thread of a process; a process of its own blocks them until it is done.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const pid_t child = fork();
+    if (child == 0) _exit(replace(file_, inMemory_, beside_, target_));
+    int ended = child < 0 ? -1 : 0;
+    const int error = errno;
+    while (child > 0 && waitpid(child, &ended, 0) < 0 && errno == EINTR) continue;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (child < 0) fail(error);
+    if (ended != 0) fail(WIFEXITED(ended) ? WEXITSTATUS(ended) : EINTR);
 }
 
 }  // namespace diffuse

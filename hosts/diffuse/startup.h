@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the program makes sure of before it works.
 #pragma once
 

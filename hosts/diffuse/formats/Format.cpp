@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Format.h"
 
 #include <zlib.h>
@@ -9,8 +10,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-
-#include "../samples.h"
 
 namespace diffuse {
 

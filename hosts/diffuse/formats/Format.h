@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the program knows of a format of files. Each family of formats stands in one file beside
 // this one, which adds it to the list by a KnownFormat.
 #pragma once
@@ -23,7 +24,7 @@ struct Refusal : std::runtime_error {
 
 // What the headers of a file tell, and how to get at its samples.
 struct Contents {
-    Picture picture;              // without its values
+    Picture picture;              // without its samples
     double slope = 1, shift = 0;  // a value is slope * sample + shift
     // Puts all samples, of the picture's sample type, where it is told, the channels of a pixel
     // together. Throws if one is missing.
@@ -38,9 +39,9 @@ struct Format {
     Contents (*open)(const std::filesystem::path& file);
 
     // Where the format is written: throws Refusal if it cannot hold such a picture, which may be
-    // without values; writes it, all in one file.
+    // without samples; writes it, all in one file, which exists.
     void (*requireHeld)(const Picture& picture) = nullptr;
-    void (*write)(const std::filesystem::path& file, const Picture& picture) = nullptr;
+    void (*write)(const std::string& file, const Picture& picture) = nullptr;
     bool keepsProfile = false;  // the colour profile
 
     // Where a file may name another of its folder that holds its samples: that one, or nothing.

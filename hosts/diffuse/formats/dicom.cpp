@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DICOM: a file with a picture, or a folder with one series of such files. Read by GDCM and not
 // written: a result would need an identity and a history that no filter can make up.
 #include <gdcmImageApplyLookupTable.h>
@@ -68,6 +69,9 @@ void refuseWhatIsNotRead(const gdcm::File& file) {
         {tags.number(0x0028, 0x0008, 1) != 1, "it holds several frames"},
         {syntax == gdcm::TransferSyntax::DeflatedExplicitVRLittleEndian,
          "all of its data are packed (deflated)"},
+        {syntax == gdcm::TransferSyntax::JPEGBaselineProcess1 ||
+             syntax == gdcm::TransferSyntax::JPEGExtendedProcess2_4,
+         "its pixels are packed by lossy JPEG, whose damage would not show"},
         // GDCM does not read these as they are.
         {syntax == gdcm::TransferSyntax::RLELossless && isDeepColour,
          "its colours of more than 8 bits are packed by run lengths"},

@@ -1,7 +1,5 @@
+// SPDX-License-Identifier: MIT
 // MetaImage with its samples behind the header or in a file beside it.
-#include <algorithm>
-
-#include "../samples.h"
 #include "rawData.h"
 
 namespace diffuse {
@@ -20,27 +18,18 @@ fs::path companionOf(const fs::path& file) {
     return data == "LOCAL" ? fs::path() : requireNeighbour(file, data);
 }
 
-// A word for yes or no; absent, it says what `otherwise` says.
-bool says(const TextHeader& header, const std::string& name, bool otherwise) {
-    if (!header.has(name)) return otherwise;
-    return header.wordIn(name, {"False", "false", "0", "True", "true", "1"}) >= 3;
-}
-
-// The first of the names that the header has, or the last of them.
-std::string oneOf(const TextHeader& header, std::initializer_list<const char*> names) {
-    const auto* found = std::ranges::find_if(names, [&](const char* n) { return header.has(n); });
-    return found == names.end() ? *(found - 1) : *found;
-}
-
 void placePicture(const TextHeader& header, Picture& picture) {
     const std::size_t count = picture.axes.size();
-    const std::string place = oneOf(header, {"offset", "position", "origin"});
-    const std::string matrix = oneOf(header, {"transformmatrix", "rotation", "orientation"});
-    if (!header.has(place) && !header.has(matrix)) return;
-    picture.origin = header.has(place) ? header.numbers(place, count) : std::vector<double>(count);
+    if (header.has("elementspacing")) {
+        const std::vector<double> spacing = header.numbers("elementspacing", count);
+        for (std::size_t a = 0; a < count; ++a) picture.axes[a].spacing = spacing[a];
+    }
+    if (!header.has("offset") && !header.has("transformmatrix")) return;
+    picture.origin.resize(count);
+    if (header.has("offset")) picture.origin = header.numbers("offset", count);
     std::vector<double> turn(count * count);
     for (std::size_t i = 0; i < count; ++i) turn[i * (count + 1)] = 1;
-    if (header.has(matrix)) turn = header.numbers(matrix, count * count);
+    if (header.has("transformmatrix")) turn = header.numbers("transformmatrix", count * count);
     for (std::size_t a = 0; a < count; ++a) {
         const auto row = turn.begin() + static_cast<std::ptrdiff_t>(a * count);
         picture.axes[a].direction.assign(row, row + static_cast<std::ptrdiff_t>(count));
@@ -48,36 +37,31 @@ void placePicture(const TextHeader& header, Picture& picture) {
 }
 
 void refuseWhatIsNotRead(const TextHeader& header, std::size_t dimensions) {
-    header.allow({"objecttype",
-                  "objectsubtype",
-                  "ndims",
-                  "binarydata",
-                  "binarydatabyteordermsb",
-                  "elementbyteordermsb",
-                  "compresseddata",
-                  "compresseddatasize",
-                  "transformmatrix",
-                  "rotation",
-                  "orientation",
-                  "offset",
-                  "position",
-                  "origin",
-                  "centerofrotation",
-                  "anatomicalorientation",
-                  "elementspacing",
-                  "elementsize",
-                  "dimsize",
-                  "elementnumberofchannels",
-                  "elementtype",
-                  "elementdatafile",
+    header.allow({"objecttype", "objectsubtype", "ndims", "binarydata", "binarydatabyteordermsb",
+                  "elementbyteordermsb", "compresseddata", "transformmatrix", "offset",
+                  "centerofrotation", "anatomicalorientation", "elementspacing", "elementsize",
+                  "dimsize", "elementnumberofchannels", "elementtype", "elementdatafile",
                   "distanceunits"});
-    if (!says(header, "binarydata", true)) throw Refusal("its samples are text");
-    if (says(header, "compresseddata", false)) throw Refusal("its samples are packed");
-    if (header.has("distanceunits")) header.wordIn("distanceunits", {"mm", "?"});
+    const std::pair<const char*, Words> known[] = {{"binarydata", {"True", "true", "1"}},
+                                                   {"compresseddata", {"False", "false", "0"}},
+                                                   {"distanceunits", {"mm", "?"}}};
+    for (const auto& [name, words] : known) {
+        if (header.has(name)) header.wordIn(name, words);
+    }
     if (header.has("centerofrotation") &&
         header.numbers("centerofrotation", dimensions) != std::vector<double>(dimensions)) {
         throw Refusal("its header has a centre of rotation, which would be lost");
     }
+}
+
+bool isSwapped(const TextHeader& header) {
+    const bool hasOld = header.has("elementbyteordermsb");
+    if (hasOld && header.has("binarydatabyteordermsb")) {
+        throw Refusal("its header tells the order of bytes twice");
+    }
+    const char* const name = hasOld ? "elementbyteordermsb" : "binarydatabyteordermsb";
+    return header.has(name) &&
+           header.wordIn(name, {"False", "false", "0", "True", "true", "1"}) >= 3;
 }
 
 Contents open(const fs::path& file) {
@@ -85,38 +69,23 @@ Contents open(const fs::path& file) {
     const std::size_t dimensions = header.wordIn("ndims", {"0", "1", "2", "3"});
     refuseWhatIsNotRead(header, dimensions);
     Picture picture;
-    for (const double extent : header.numbers("dimsize", dimensions)) {
-        const auto whole = static_cast<std::uint64_t>(std::clamp(extent, 0.0, 1e18));
-        if (static_cast<double>(whole) != extent) throw std::runtime_error("its size is no number");
-        picture.axes.push_back({requireExtent(whole)});
-    }
-    if (header.has("elementspacing")) {
-        const std::vector<double> spacing = header.numbers("elementspacing", dimensions);
-        for (std::size_t a = 0; a < dimensions; ++a) picture.axes[a].spacing = spacing[a];
-    }
+    for (const int extent : header.extents("dimsize", dimensions)) picture.axes.push_back({extent});
     placePicture(header, picture);
     picture.sampleType = static_cast<SampleType>(header.wordIn(
         "elementtype", {"MET_UCHAR", "MET_CHAR", "MET_USHORT", "MET_SHORT", "MET_UINT", "MET_INT",
                         "MET_ULONG_LONG", "MET_LONG_LONG", "MET_FLOAT", "MET_DOUBLE"}));
     if (header.has("elementnumberofchannels")) {
-        const double channels = header.numbers("elementnumberofchannels", 1)[0];
-        picture.channels = requireExtent(static_cast<std::uint64_t>(std::clamp(channels, 0., 1e9)));
-        if (picture.channels != channels) throw std::runtime_error("its channels are no number");
+        picture.channels = header.extents("elementnumberofchannels", 1)[0];
     }
     // No word tells colours from other channels; three of 8 bits are shown as colours.
     if (picture.channels > 1) {
-        const bool inColour = picture.channels == 3 && picture.sampleType == SampleType::uint8;
-        picture.pixelKind = inColour ? PixelKind::rgb : PixelKind::vector;
+        const bool isColour = picture.channels == 3 && picture.sampleType == SampleType::uint8;
+        picture.pixelKind = isColour ? PixelKind::rgb : PixelKind::vector;
     }
     const fs::path data = companionOf(file);
-    RawSamples raw{data.empty() ? file : data, data.empty() ? header.end : 0};
-    if (header.has("binarydatabyteordermsb") && header.has("elementbyteordermsb")) {
-        throw Refusal("its header tells the order of bytes twice");
-    }
-    const bool isBig =
-        says(header, oneOf(header, {"binarydatabyteordermsb", "elementbyteordermsb"}), false);
-    if (isBig) raw.swapped = static_cast<int>(sizeOf(picture.sampleType));
-    return withSamples(picture, raw);
+    return withSamples(picture, {.file = data.empty() ? file : data,
+                                 .offset = data.empty() ? header.end : 0,
+                                 .isSwapped = isSwapped(header)});
 }
 
 void requireHeld(const Picture& picture) {
@@ -125,7 +94,7 @@ void requireHeld(const Picture& picture) {
     }
 }
 
-void write(const fs::path& file, const Picture& picture) {
+void write(const std::string& file, const Picture& picture) {
     const char* types[] = {"UCHAR", "CHAR",       "USHORT",    "SHORT", "UINT",
                            "INT",   "ULONG_LONG", "LONG_LONG", "FLOAT", "DOUBLE"};
     std::vector<double> extents;

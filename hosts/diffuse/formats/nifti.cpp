@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // NIfTI in one file, packed by gzip or not, by nifti_clib. The whole header goes along from file to
 // file, so that both of its matrices stay with their codes.
 #include <nifti2_io.h>
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <memory>
 
-#include "../samples.h"
 #include "rawData.h"
 
 namespace diffuse {
@@ -74,15 +74,14 @@ void placePicture(const nifti_image& image, Picture& picture) {
 std::string noteOf(const fs::path& file, const nifti_image& image) {
     nifti_1_header header{};
     int swapped = 0;
-    const std::unique_ptr<nifti_1_header, void (*)(void*)> own(
-        image.nifti_type == NIFTI_FTYPE_NIFTI1_1 ? nifti_read_n1_hdr(file.c_str(), &swapped, 1)
-                                                 : nullptr,
-        std::free);
-    if (own) {
-        header = *own;
-    } else if (nifti_convert_nim2n1hdr(&image, &header) != 0) {
-        throw std::runtime_error("its header makes no sense");
+    if (image.nifti_type == NIFTI_FTYPE_NIFTI1_1) {
+        const std::unique_ptr<nifti_1_header, void (*)(void*)> own(
+            nifti_read_n1_hdr(file.c_str(), &swapped, 1), std::free);
+        if (own) header = *own;
+    } else {
+        nifti_convert_nim2n1hdr(&image, &header);
     }
+    if (header.sizeof_hdr != sizeof header) throw std::runtime_error("its header makes no sense");
     return {reinterpret_cast<const char*>(&header), sizeof header};
 }
 
@@ -100,22 +99,19 @@ Contents open(const fs::path& file) {
     describeSamples(*image, contents);
     placePicture(*image, contents.picture);
     contents.picture.notes[note] = noteOf(file, *image);
-    RawSamples raw{file};
-    raw.isPacked = nifti_is_gzfile(file.c_str()) != 0;
-    raw.skipped = image->iname_offset;
-    if (image->byteorder != nifti_short_order()) raw.swapped = std::max(1, image->swapsize);
-    contents.read = withSamples(contents.picture, raw).read;
+    contents.read =
+        withSamples(contents.picture, {.file = file,
+                                       .isPacked = nifti_is_gzfile(file.c_str()) != 0,
+                                       .skipped = static_cast<std::uintmax_t>(image->iname_offset),
+                                       .isSwapped = image->byteorder != nifti_short_order()})
+            .read;
     return contents;
-}
-
-bool inColour(const Picture& picture) {
-    return picture.pixelKind == PixelKind::rgb || picture.pixelKind == PixelKind::rgba;
 }
 
 void requireHeld(const Picture& picture) {
     constexpr int longest = 32767;
     const bool isHeld = picture.pixelKind == PixelKind::grey ||
-                        (inColour(picture) && picture.sampleType == SampleType::uint8);
+                        (inColour(picture.pixelKind) && picture.sampleType == SampleType::uint8);
     if (!isHeld) throw Refusal("NIfTI holds greys, and colours of 8 bits; NRRD holds any channels");
     for (const Axis& axis : picture.axes) {
         if (axis.extent > longest) throw Refusal("NIfTI holds axes of at most 32767 samples");
@@ -168,7 +164,7 @@ nifti_1_header headerFor(const Picture& picture) {
         placeHeader(picture, header);
     }
     const int type =
-        inColour(picture) ? 7 + picture.channels : static_cast<int>(picture.sampleType);
+        inColour(picture.pixelKind) ? 7 + picture.channels : static_cast<int>(picture.sampleType);
     int bytes = 0;
     int unused = 0;
     nifti_datatype_sizes(types[type], &bytes, &unused);
@@ -182,14 +178,19 @@ nifti_1_header headerFor(const Picture& picture) {
     return header;
 }
 
-void write(const fs::path& file, const Picture& picture) {
+void write(const std::string& file, const Picture& picture, bool isPacked) {
     nifti_set_debug_level(0);
     const nifti_1_header header = headerFor(picture);
     std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
     bytes.append(4, '\0');
-    if (file.extension() != ".gz") return writeWithHeader(file, bytes, picture);
-    bytes += samplesOf(picture);
-    writePacked(file, bytes);
+    writeWithHeader(file, bytes, picture, isPacked);
+}
+
+void writePlain(const std::string& file, const Picture& picture) {
+    write(file, picture, false);
+}
+void writePacked(const std::string& file, const Picture& picture) {
+    write(file, picture, true);
 }
 
 bool recognises(std::string_view head) {
@@ -197,12 +198,10 @@ bool recognises(std::string_view head) {
            nifti_header_version(head.data(), head.size()) >= 0;
 }
 
-const KnownFormat nifti({.name = "NIfTI",
-                         .suffixes = {".nii.gz", ".nii"},
-                         .recognises = recognises,
-                         .open = open,
-                         .requireHeld = requireHeld,
-                         .write = write});
+const KnownFormat nifti(
+    {"NIfTI", {".nii"}, recognises, open, requireHeld, writePlain, false});
+const KnownFormat packedNifti(
+    {"NIfTI", {".nii.gz"}, recognises, open, requireHeld, writePacked, false});
 
 }  // namespace
 

@@ -1,9 +1,9 @@
+// SPDX-License-Identifier: MIT
 // NRRD with raw or gzip-packed samples, behind the header or in a file beside it.
 #include <algorithm>
 #include <cmath>
 #include <sstream>
 
-#include "../samples.h"
 #include "rawData.h"
 
 namespace diffuse {
@@ -23,28 +23,22 @@ fs::path companionOf(const fs::path& file) {
     return header.has("datafile") ? requireNeighbour(file, header.field("datafile")) : fs::path();
 }
 
-// Kinds of an axis of channels, in the order of PixelKind; the two that no kind tells are left out.
-PixelKind kindOf(const std::string& kind) {
-    const std::pair<const char*, PixelKind> kinds[] = {
-        {"RGB-color", PixelKind::rgb},     {"RGBA-color", PixelKind::rgba},
-        {"vector", PixelKind::vector},     {"2-vector", PixelKind::vector},
-        {"3-vector", PixelKind::vector},   {"4-vector", PixelKind::vector},
-        {"list", PixelKind::vector},       {"covariant-vector", PixelKind::vector},
-        {"3-gradient", PixelKind::vector}, {"point", PixelKind::vector}};
-    for (const auto& [name, meaning] : kinds) {
-        if (name == kind) return meaning;
-    }
-    throw Refusal("its pixels are neither grey nor colours nor vectors but " + kind);
-}
-
 // Whether the first axis holds channels.
-bool readChannels(const TextHeader& header, std::vector<double>& sizes, Picture& picture) {
-    std::istringstream kinds(header.field("kinds"));
+bool readChannels(const TextHeader& header, std::vector<int>& sizes, Picture& picture) {
     std::string kind;
-    kinds >> kind;
+    std::istringstream(header.field("kinds")) >> kind;
     if (kind.empty() || kind == "domain" || kind == "space" || kind == "???") return false;
-    picture.pixelKind = kindOf(kind);
-    picture.channels = requireExtent(static_cast<std::uint64_t>(sizes.front()));
+    const Words vectors = {"vector", "2-vector", "3-vector", "4-vector", "list"};
+    if (kind == "RGB-color") {
+        picture.pixelKind = PixelKind::rgb;
+    } else if (kind == "RGBA-color") {
+        picture.pixelKind = PixelKind::rgba;
+    } else if (std::ranges::find(vectors, kind) != vectors.end()) {
+        picture.pixelKind = PixelKind::vector;
+    } else {
+        throw Refusal("its pixels are neither grey nor colours nor vectors but " + kind);
+    }
+    picture.channels = sizes.front();
     sizes.erase(sizes.begin());
     return true;
 }
@@ -81,13 +75,10 @@ void placePicture(TextHeader& header, Picture& picture, std::size_t axes) {
 }
 
 void readAxes(TextHeader& header, Picture& picture) {
-    std::vector<double> sizes =
-        header.numbers("sizes", static_cast<std::size_t>(header.numbers("dimension", 1)[0]));
+    const Words counts = {"1", "2", "3", "4"};
+    std::vector<int> sizes = header.extents("sizes", header.wordIn("dimension", counts) + 1);
     const bool hasChannels = readChannels(header, sizes, picture);
-    for (const double size : sizes) {
-        if (size != std::floor(size)) throw std::runtime_error("its sizes are no whole numbers");
-        picture.axes.push_back({requireExtent(size < 0 ? 0 : static_cast<std::uint64_t>(size))});
-    }
+    for (const int size : sizes) picture.axes.push_back({size});
     if (header.has("spacedirections")) return placePicture(header, picture, sizes.size());
     if (!header.has("spacings")) return;
     const auto spacings = header.numbers("spacings", sizes.size() + hasChannels);
@@ -111,21 +102,22 @@ Contents open(const fs::path& file) {
                  "uint64", "uint64_t", "ulonglong",      "int64", "int64_t",     "longlong",
                  "float",  "float",    "float",          "double"});
     picture.sampleType = static_cast<SampleType>(type / 3);
-    if (header.field("spaceunits").find_first_not_of("\"m ") != std::string::npos ||
-        header.field("spaceunits").find("\"m\"") != std::string::npos) {
-        throw Refusal("its lengths are in " + header.field("spaceunits") + ", not in mm");
+    for (std::istringstream units(header.field("spaceunits")); !units.eof();) {
+        std::string unit;
+        if (units >> unit && unit != "\"mm\"" && unit != "\"\"") {
+            throw Refusal("its lengths are in " + unit + ", not in mm");
+        }
     }
     readAxes(header, picture);
     if (header.has("content")) header.notes += "content: " + header.field("content") + "\n";
     if (!header.notes.empty()) picture.notes[note] = header.notes;
     const fs::path data = companionOf(file);
-    RawSamples raw{data.empty() ? file : data, data.empty() ? header.end : 0};
-    raw.isPacked = header.wordIn("encoding", {"raw", "gzip", "gz"}) > 0;
-    const std::size_t size = sizeOf(picture.sampleType);
-    if (size > 1 && header.wordIn("endian", {"little", "big"}) == 1) {
-        raw.swapped = static_cast<int>(size);
-    }
-    return withSamples(picture, raw);
+    const bool isWide = sizeOf(picture.sampleType) > 1;
+    return withSamples(picture,
+                       {.file = data.empty() ? file : data,
+                        .offset = data.empty() ? header.end : 0,
+                        .isPacked = header.wordIn("encoding", {"raw", "gzip", "gz"}) > 0,
+                        .isSwapped = isWide && header.wordIn("endian", {"little", "big"}) == 1});
 }
 
 void requireHeld(const Picture& picture) {
@@ -134,7 +126,7 @@ void requireHeld(const Picture& picture) {
     }
 }
 
-void write(const fs::path& file, const Picture& picture) {
+void write(const std::string& file, const Picture& picture) {
     const char* types[] = {"uint8", "int8",   "uint16", "int16", "uint32",
                            "int32", "uint64", "int64",  "float", "double"};
     const char* kinds[] = {"", "", " RGB-color", " RGBA-color", " vector"};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "rawData.h"
 
 #include <fcntl.h>
@@ -5,7 +6,9 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <fstream>
@@ -13,20 +16,13 @@
 #include <span>
 #include <sstream>
 
-#include "../samples.h"
+#include "../parallel.h"
 
 namespace diffuse {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-void refuseShort() {
-    throw std::runtime_error("the file ends too early");
-}
-void refuseLong() {
-    throw std::runtime_error("more follows than its header tells of");
-}
 
 std::string trimmed(const std::string& text) {
     constexpr char white[] = " \t\r";
@@ -35,7 +31,15 @@ std::string trimmed(const std::string& text) {
     return text.substr(begin, text.find_last_not_of(white) - begin + 1);
 }
 
-// Of gzip; a file that only looks packed is taken for such.
+void readPlain(const RawSamples& raw, std::span<std::byte> samples) {
+    std::ifstream stream(raw.file, std::ios::binary);
+    stream.seekg(static_cast<std::streamoff>(raw.offset + raw.skipped));
+    stream.read(reinterpret_cast<char*>(samples.data()),
+                static_cast<std::streamsize>(samples.size()));
+    if (!stream) throw std::runtime_error("the file ends too early");
+}
+
+// A file that only looks packed is taken for such.
 void readPacked(const RawSamples& raw, std::span<std::byte> samples) {
     constexpr std::size_t most = 1 << 30;
     const int file = open(raw.file.c_str(), O_RDONLY | O_CLOEXEC);
@@ -44,35 +48,73 @@ void readPacked(const RawSamples& raw, std::span<std::byte> samples) {
     }
     auto* const stream = gzdopen(file, "rb");
     if (!stream) throw std::bad_alloc();
+    gzbuffer(stream, 1 << 17);
     std::vector<std::byte> skipped(raw.skipped);
     std::byte behind{};
-    int count = 0;
+    int count = 1;
     for (std::span<std::byte> part : {std::span(skipped), samples, std::span(&behind, 1)}) {
-        do {
+        while (count > 0 && !part.empty()) {
             count = gzread(stream, part.data(), static_cast<unsigned>(std::min(part.size(), most)));
             part = part.subspan(std::max(count, 0));
-        } while (count > 0 && !part.empty());
-        if (part.data() != &behind && !part.empty()) count = -1;
-        if (count < 0) break;
+        }
+        if (count < 1 && part.data() != &behind) count = -1;
     }
     const bool isWhole = gzclose_r(stream) == Z_OK && count == 0;
-    if (count > 0) refuseLong();
+    if (count > 0) throw std::runtime_error("more follows than its header tells of");
     if (!isWhole) throw std::runtime_error("its packed samples are damaged, or end too early");
 }
 
-void readSamples(const RawSamples& raw, std::span<std::byte> samples) {
-    if (raw.isPacked) {
-        readPacked(raw, samples);
-    } else {
-        std::ifstream stream(raw.file, std::ios::binary);
-        stream.seekg(static_cast<std::streamoff>(raw.offset + raw.skipped));
-        stream.read(reinterpret_cast<char*>(samples.data()),
-                    static_cast<std::streamsize>(samples.size()));
-        if (!stream) refuseShort();
+template <std::size_t size>
+void swapBytes(std::span<std::byte> samples) {
+    for (; !samples.empty(); samples = samples.subspan(size)) {
+        std::ranges::reverse(samples.template first<size>());
     }
-    for (std::size_t at = 0; raw.swapped > 1 && at < samples.size(); at += raw.swapped) {
-        std::ranges::reverse(samples.subspan(at, raw.swapped));
+}
+
+// A piece of a stream of gzip that is packed by itself.
+struct Block {
+    std::span<const std::byte> plain;
+    std::vector<std::byte> packed = {};  // empty if that failed
+    std::uint32_t checksum = 0;
+
+    void pack(bool isLast) {
+        const auto* bytes = reinterpret_cast<const Bytef*>(plain.data());
+        const auto size = static_cast<uInt>(plain.size());
+        checksum = crc32(0, bytes, size);
+        z_stream stream{};
+        if (deflateInit2(&stream, 6, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK) return;
+        packed.resize(deflateBound(&stream, size) + 16);
+        stream.next_in = const_cast<Bytef*>(bytes);
+        stream.avail_in = size;
+        stream.next_out = reinterpret_cast<Bytef*>(packed.data());
+        stream.avail_out = static_cast<uInt>(packed.size());
+        deflate(&stream, isLast ? Z_FINISH : Z_SYNC_FLUSH);
+        packed.resize(stream.avail_in == 0 ? stream.total_out : 0);
+        deflateEnd(&stream);
     }
+};
+
+// One member of gzip, as every reader knows it, whose blocks are packed on all threads.
+void writePacked(std::ostream& stream, std::span<const std::byte> header,
+                 std::span<const std::byte> samples) {
+    constexpr std::size_t size = 1 << 19;
+    std::vector<Block> blocks = {{header}};
+    for (; !samples.empty(); samples = samples.subspan(std::min(size, samples.size()))) {
+        blocks.push_back({samples.first(std::min(size, samples.size()))});
+    }
+    inParts(blocks.size(), 1, [&](std::size_t i, std::size_t) {
+        blocks[i].pack(i + 1 == blocks.size());
+    });
+    stream.write("\x1f\x8b\x08\0\0\0\0\0\0\x03", 10);
+    std::uint32_t ending[2] = {};  // checksum and length
+    for (const Block& block : blocks) {
+        if (block.packed.empty()) throw std::bad_alloc();
+        const auto length = static_cast<std::streamsize>(block.packed.size());
+        stream.write(reinterpret_cast<const char*>(block.packed.data()), length);
+        ending[0] = crc32_combine(ending[0], block.checksum, static_cast<z_off_t>(block.plain.size()));
+        ending[1] += block.plain.size();
+    }
+    stream.write(reinterpret_cast<const char*>(ending), sizeof ending);
 }
 
 }  // namespace
@@ -96,19 +138,30 @@ std::vector<double> TextHeader::numbers(const std::string& name, std::size_t cou
     return numbers;
 }
 
-void TextHeader::allow(std::initializer_list<const char*> names) const {
+std::vector<int> TextHeader::extents(const std::string& name, std::size_t count) const {
+    std::vector<int> extents;
+    for (const double number : numbers(name, count)) {
+        const auto whole = static_cast<std::uint64_t>(std::clamp(number, 0.0, 1e18));
+        if (static_cast<double>(whole) != number) {
+            throw std::runtime_error("its " + name + " is no whole number");
+        }
+        extents.push_back(requireExtent(whole));
+    }
+    return extents;
+}
+
+std::size_t TextHeader::wordIn(const std::string& name, const Words& words) const {
+    const auto found = std::ranges::find(words, field(name));
+    if (found == words.end()) throw Refusal("its " + name + " is '" + field(name) + "'");
+    return found - words.begin();
+}
+
+void TextHeader::allow(const Words& names) const {
     for (const auto& [name, value] : fields) {
-        if (std::ranges::count(names, name) == 0) {
+        if (std::ranges::find(names, name) == names.end()) {
             throw Refusal("its header has the field " + name + ", which would be lost");
         }
     }
-}
-
-std::size_t TextHeader::wordIn(const std::string& name,
-                               std::initializer_list<const char*> words) const {
-    const auto* found = std::ranges::find(words, field(name));
-    if (found == words.end()) throw Refusal("its " + name + " is '" + field(name) + "'");
-    return found - words.begin();
 }
 
 TextHeader readHeader(const fs::path& file, char separator, const std::string& last) {
@@ -149,35 +202,37 @@ fs::path requireNeighbour(const fs::path& header, const std::string& name) {
 
 Contents withSamples(const Picture& picture, const RawSamples& raw) {
     const std::uint64_t bytes = requireSize(picture);
-    if (!raw.isPacked) {
-        const std::uintmax_t present = fs::file_size(raw.file);
-        if (present < raw.offset + raw.skipped + bytes) refuseShort();
-        if (present > raw.offset + raw.skipped + bytes) refuseLong();
+    const std::uint64_t present = fs::file_size(raw.file) - raw.skipped - raw.offset;
+    if (!raw.isPacked && present != bytes) {
+        throw std::runtime_error(present < bytes || present > fs::file_size(raw.file)
+                                     ? "the file ends too early"
+                                     : "more follows than its header tells of");
     }
     Contents contents{picture};
-    contents.read = [=](std::byte* samples) { readSamples(raw, {samples, bytes}); };
+    contents.read = [=](std::byte* samples) {
+        const std::span all(samples, bytes);
+        raw.isPacked ? readPacked(raw, all) : readPlain(raw, all);
+        const std::size_t size = raw.isSwapped ? sizeOf(picture.sampleType) : 1;
+        if (size == 2) swapBytes<2>(all);
+        if (size == 4) swapBytes<4>(all);
+        if (size == 8) swapBytes<8>(all);
+    };
     return contents;
 }
 
-void writeWithHeader(const fs::path& file, const std::string& header, const Picture& picture) {
+void writeWithHeader(const std::string& file, const std::string& header, const Picture& picture,
+                     bool isPacked) {
     std::ofstream stream(file, std::ios::binary);
-    stream << header << samplesOf(picture);
+    if (isPacked) {
+        writePacked(stream, std::as_bytes(std::span(header)),
+                    {picture.samples.get(), picture.bytes()});
+    } else {
+        stream << header;
+        stream.write(reinterpret_cast<const char*>(picture.samples.get()),
+                     static_cast<std::streamsize>(picture.bytes()));
+    }
     stream.close();
     if (!stream) throw std::runtime_error(std::strerror(errno));
-}
-
-void writePacked(const fs::path& file, std::string_view bytes) {
-    constexpr std::size_t most = 1 << 30;
-    auto* const stream = gzopen(file.c_str(), "wb");
-    bool isWritten = stream != nullptr;
-    while (isWritten && !bytes.empty()) {
-        const std::string_view part = bytes.substr(0, most);
-        isWritten = gzwrite(stream, part.data(), static_cast<unsigned>(part.size())) > 0;
-        bytes.remove_prefix(part.size());
-    }
-    if (!stream || gzclose(stream) != Z_OK || !isWritten) {
-        throw std::runtime_error(std::strerror(errno));
-    }
 }
 
 std::string listOf(const std::vector<double>& numbers) {

@@ -1,17 +1,18 @@
-// What formats share that put plain samples behind a header of text.
+// SPDX-License-Identifier: MIT
+// What formats share that put plain samples behind a header.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
-#include <initializer_list>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Format.h"
 
 namespace diffuse {
+
+using Words = std::vector<const char*>;
 
 // A header of lines, each a name, a separator and a value.
 struct TextHeader {
@@ -24,10 +25,12 @@ struct TextHeader {
     [[nodiscard]] std::string field(const std::string& name) const;
     // Throws std::runtime_error unless the field has `count` numbers and no other words.
     [[nodiscard]] std::vector<double> numbers(const std::string& name, std::size_t count) const;
+    // The same of whole numbers, 1 to 2147483647.
+    [[nodiscard]] std::vector<int> extents(const std::string& name, std::size_t count) const;
+    // The field's place among the words. Throws Refusal if it has none.
+    std::size_t wordIn(const std::string& name, const Words& words) const;
     // Throws Refusal if there is a field of another name.
-    void allow(std::initializer_list<const char*> names) const;
-    // The field's place among the names. Throws Refusal if it has none.
-    std::size_t wordIn(const std::string& name, std::initializer_list<const char*> words) const;
+    void allow(const Words& names) const;
 };
 
 // Reads lines up to an empty one or through that of the field `last`.
@@ -45,20 +48,17 @@ struct RawSamples {
     std::uintmax_t offset = 0;   // in the file, of the samples or of the stream they are packed in
     bool isPacked = false;       // by gzip
     std::uintmax_t skipped = 0;  // bytes before the samples, once they are unpacked
-    int swapped = 1;             // bytes of which the order is not this machine's
+    bool isSwapped = false;      // whether the highest byte of a sample comes first
 };
 
 // A picture with these samples. Throws std::runtime_error if the file holds more or fewer; where
 // they are packed, that shows when they are read.
 Contents withSamples(const Picture& picture, const RawSamples& raw);
 
-// Writes the header and all samples, the channels of a pixel together, lowest byte first.
+// Writes the header and all samples, packed by gzip or plain.
 // Throws std::runtime_error if that fails.
-void writeWithHeader(const std::filesystem::path& file, const std::string& header,
-                     const Picture& picture);
-
-// Writes a file that gzip has packed. Throws std::runtime_error if that fails.
-void writePacked(const std::filesystem::path& file, std::string_view bytes);
+void writeWithHeader(const std::string& file, const std::string& header, const Picture& picture,
+                     bool isPacked = false);
 
 // Numbers with blanks before them, in all of their digits.
 std::string listOf(const std::vector<double>& numbers);

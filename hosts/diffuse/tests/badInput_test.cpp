@@ -99,9 +99,9 @@ TEST_F(DiffuseFolder, RefusesFilesThatEndTooEarly) {
 }
 
 TEST_F(DiffuseFolder, AFullDiskLeavesNoFile) {
-    std::string zeros;
-    for (int i = 0; i < 100 * 100; ++i) zeros += "0 ";
-    write("flat.nrrd", "double", "100 100", zeros);
+    std::string values;
+    for (int i = 0; i < 200 * 200; ++i) values += std::to_string(i * 7919 % 10007 * 1e-3) + " ";
+    write("flat.nrrd", "double", "200 200", values);
     std::ofstream(folder / "out.nrrd") << "as before";
     for (const std::string output : {"-o out.nrrd", "-o out.nii.gz", "--preview out.png"}) {
         expectRefusal("flat.nrrd -k 1 " + output, 1, "too large", "ulimit -f 16 &&");
@@ -156,6 +156,16 @@ public:
         }
         return text;
     }
+    // Whether it has a file of the folder open that has no name there.
+    bool writes(const fs::path& folder) const {
+        std::error_code error;
+        const fs::path open = "/proc/" + std::to_string(process_) + "/fd";
+        for (const auto& entry : fs::directory_iterator(open, error)) {
+            const std::string file = fs::read_symlink(entry.path(), error);
+            if (file.starts_with(folder.string()) && file.ends_with(" (deleted)")) return true;
+        }
+        return false;
+    }
     bool ended() const { return waitpid(process_, nullptr, WNOHANG) != 0; }
     // The signal that ended it, 0 for none.
     int endWith(int signal) const {
@@ -192,11 +202,11 @@ TEST_F(DiffuseFolder, ASignalWhileItWritesLeavesNothing) {
     fs::resize_file(folder / "flat.nrrd", fs::file_size(folder / "flat.nrrd") + 8 * 2000 * 2000);
     const std::size_t before = files();
     for (const int signal :
-         {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGUSR1, SIGALRM, SIGABRT}) {
+         {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGXCPU, SIGUSR1, SIGALRM, SIGABRT, SIGKILL}) {
         const Running program(
             folder, {"flat.nrrd", "-k", "1", "-n", "0", "--add-noise", "1", "-o", "out.nii.gz"},
             false);
-        while (files() == before && !program.ended()) usleep(1000);
+        while (!program.writes(folder) && !program.ended()) usleep(100);
         EXPECT_EQ(program.endWith(signal), signal);
         EXPECT_EQ(files(), before);
     }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How far a long work has come.
 #pragma once
 

@@ -1,9 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include "report.h"
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
-
-#include "samples.h"
 
 namespace diffuse {
 
@@ -11,27 +10,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-const char* nameOf(SampleType type) {
-    constexpr const char* names[] = {"uint8", "int8",   "uint16", "int16",   "uint32",
-                                     "int32", "uint64", "int64",  "float32", "float64"};
-    return names[static_cast<int>(type)];
-}
-
-Json fileName(const std::filesystem::path& file) {
-    return file.empty() ? Json() : Json(file.string());
-}
-
-Json describeSamples(const Picture& picture) {
-    Json extents = Json::array();
-    Json spacing = Json::array();
-    for (int d = 0; d < picture.dimensions(); ++d) {
-        extents.push_back(picture.axes[d].extent);
-        spacing.push_back(picture.axes[d].spacing);
-    }
-    return {{"extents", extents},
-            {"spacing", spacing},
-            {"channels", picture.channels},
-            {"type", nameOf(picture.sampleType)}};
+Json fileName(const std::string& file) {
+    return file.empty() ? Json() : Json(file);
 }
 
 template <typename... Numbers>
@@ -43,11 +23,11 @@ std::string line(const char* format, Numbers... numbers) {
 
 }  // namespace
 
-std::string plainReport(const Report& report, const Options& options) {
+std::string plainReport(const Report& report) {
     std::string text;
-    if (!options.threshold && options.iterations > 0) {
+    if (report.thresholdIsAuto && report.iterations > 0) {
         text += line("threshold: %.4g, for noise of sigma %.4g and %d steps\n", report.threshold,
-                     report.noiseSigma, options.iterations);
+                     report.noiseSigma, report.iterations);
     }
     if (report.psnr) {
         text += line("PSNR before: %.2f dB\nPSNR after: %.2f dB\n", report.psnr->before,
@@ -56,22 +36,26 @@ std::string plainReport(const Report& report, const Options& options) {
     return text;
 }
 
-std::string jsonReport(const Report& report, const Options& options, const Picture& filtered) {
+std::string jsonReport(const Report& report) {
     Json steps = Json::array();
     for (const StepReport& step : report.steps) {
         steps.push_back({{"seconds", step.seconds},
                          {"rms_change", step.rootMeanSquareChange},
                          {"largest_change", step.largestChange}});
     }
-    Json json = {{"input", fileName(options.input)},
-                 {"output", fileName(options.output)},
-                 {"preview", fileName(options.preview)},
-                 {"samples", describeSamples(filtered)},
-                 {"pipeline", report.pipeline.name()},
+    Json json = {{"input", fileName(report.input)},
+                 {"output", fileName(report.output)},
+                 {"preview", fileName(report.preview)},
+                 {"samples",
+                  {{"extents", report.extents},
+                   {"spacing", report.spacing},
+                   {"channels", report.channels},
+                   {"type", sampleTypeNames[static_cast<int>(report.sampleType)]}}},
+                 {"pipeline", report.pipeline},
                  {"threshold", report.threshold},
-                 {"threshold_is_auto", !options.threshold},
+                 {"threshold_is_auto", report.thresholdIsAuto},
                  {"noise_sigma", report.noiseSigma},
-                 {"iterations", options.iterations},
+                 {"iterations", report.iterations},
                  {"threads", report.threads},
                  {"seconds",
                   {{"read", report.seconds.read},

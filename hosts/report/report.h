@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+// What the program tells of its work.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "samples.h"
+
+namespace diffuse {
+
+struct StepReport {
+    double seconds = 0;  // of the library's calls, for all channels
+    // How far the step moved the filtered values.
+    double rootMeanSquareChange = 0;
+    double largestChange = 0;
+};
+
+struct Report {
+    std::string input, output, preview;  // names of files; empty for none
+    std::vector<int> extents;
+    std::vector<double> spacing;
+    int channels = 1;
+    SampleType sampleType = SampleType::float64;  // of the result
+    std::string pipeline;
+    double threshold = 0;
+    bool thresholdIsAuto = false;
+    double noiseSigma = 0;  // as estimated from what is filtered, if that was needed
+    int iterations = 0;
+    int threads = 0;
+    struct {
+        double read = 0, filter = 0, write = 0;
+    } seconds;
+    std::vector<StepReport> steps;
+    struct Psnr {
+        double before = 0, after = 0;  // in dB
+    };
+    std::optional<Psnr> psnr;  // if noise was added
+};
+
+// For people: what they did not choose themselves, and the PSNR.
+std::string plainReport(const Report& report);
+
+// One object. Numbers that are not finite become null.
+std::string jsonReport(const Report& report);
+
+}  // namespace diffuse

@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "sheet.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace diffuse {
+
+namespace {
+
+constexpr int gap = 4;  // pixels between two panels
+constexpr int superior = 2;
+
+// The way of an axis through the body: along left, posterior or superior (0, 1, 2), whichever
+// component is the largest in size, and whether it runs against the way that pictures do. Their
+// rows run downwards, so that superior is against it.
+struct Heading {
+    int component = 0;
+    bool backwards = false;
+};
+
+Heading headingOf(const Shown& shown, std::size_t axis) {
+    if (axis >= shown.directions.size() || shown.directions[axis].size() < 3) return {};
+    const auto& d = shown.directions[axis];
+    const auto largest = std::max_element(
+        d.begin(), d.begin() + 3, [](double a, double b) { return std::abs(a) < std::abs(b); });
+    const int component = static_cast<int>(largest - d.begin());
+    return {component, component == superior ? *largest > 0 : *largest < 0};
+}
+
+// Samples of a picture as they are shown: the first, and the steps to the right and downwards.
+struct Panel {
+    const Shown* shown;
+    int width, height;
+    std::ptrdiff_t first, right, down;
+};
+
+// The plane in the middle of an axis; of a picture, whose third axis is none, all of it.
+Panel uprightPanel(const Shown& shown, std::size_t cut) {
+    const std::vector<int>& extents = shown.channels.front().extents;
+    const std::ptrdiff_t strides[] = {1, extents[0], std::ptrdiff_t{extents[0]} * extents[1]};
+    std::size_t axes[] = {cut == 0 ? 1U : 0U, cut == 2 ? 1U : 2U};
+    if (headingOf(shown, axes[0]).component > headingOf(shown, axes[1]).component) {
+        std::swap(axes[0], axes[1]);
+    }
+    Panel panel{&shown, extents[axes[0]], extents[axes[1]], 0, strides[axes[0]], strides[axes[1]]};
+    if (cut < extents.size()) panel.first = extents[cut] / 2 * strides[cut];
+    if (headingOf(shown, axes[0]).backwards) {
+        panel.first += (panel.width - 1) * panel.right;
+        panel.right = -panel.right;
+    }
+    if (headingOf(shown, axes[1]).backwards) {
+        panel.first += (panel.height - 1) * panel.down;
+        panel.down = -panel.down;
+    }
+    return panel;
+}
+
+using Row = std::vector<Panel>;
+
+std::vector<Row> arrange(const std::vector<Shown>& pictures) {
+    std::vector<Row> rows;
+    for (const Shown& shown : pictures) {
+        if (shown.channels.front().extents.size() < 3) {
+            rows.resize(1);
+            rows.front().push_back(uprightPanel(shown, 2));
+            continue;
+        }
+        std::size_t axes[] = {2, 1, 0};
+        std::ranges::stable_sort(axes, std::greater<>(),
+                                 [&](std::size_t a) { return headingOf(shown, a).component; });
+        Row& row = rows.emplace_back();
+        for (const std::size_t axis : axes) row.push_back(uprightPanel(shown, axis));
+    }
+    return rows;
+}
+
+// The panel, in the sheet's greys, with its first sample at the given column and row.
+void paste(const Panel& panel, int left, int top, const Range& range, Sheet& sheet) {
+    const double scale = range.length() > 0 ? 255 / range.length() : 1;
+    for (int c = 0; c < sheet.channels; ++c) {
+        const Channel& channel = panel.shown->channels[c];
+        for (int y = 0; y < panel.height; ++y) {
+            for (int x = 0; x < panel.width; ++x) {
+                const double value = channel.value(panel.first + x * panel.right + y * panel.down);
+                const std::size_t pixel = std::size_t(top + y) * sheet.width + left + x;
+                sheet.samples[pixel * sheet.channels + c] =
+                    toSample<std::uint8_t>((value - range.lowest) * scale);
+            }
+        }
+    }
+}
+
+}  // namespace
+
+Sheet montage(const std::vector<Shown>& pictures) {
+    const std::vector<Row> rows = arrange(pictures);
+    const Range range = rangeOf(pictures.front().channels);
+    Sheet sheet{-gap, 0, static_cast<int>(pictures.front().channels.size())};
+    int rowHeight = 0;
+    for (const Panel& panel : rows.front()) {
+        sheet.width += panel.width + gap;
+        rowHeight = std::max(rowHeight, panel.height);
+    }
+    sheet.height = static_cast<int>(rows.size()) * (rowHeight + gap) - gap;
+    sheet.samples.assign(std::size_t{1} * sheet.width * sheet.height * sheet.channels, 255);
+    int top = 0;
+    for (const Row& row : rows) {
+        int left = 0;
+        for (const Panel& panel : row) {
+            paste(panel, left, top, range, sheet);
+            left += panel.width + gap;
+        }
+        top += rowHeight + gap;
+    }
+    return sheet;
+}
+
+}  // namespace diffuse
