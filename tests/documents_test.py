@@ -142,8 +142,8 @@ class Documents(unittest.TestCase):
             for needed in re.findall(r"\(NEEDED\).*\[(\w[\w-]*)\.so", listing):
                 if needed not in ("libdiffusefilt_halide", "ld-linux-x86-64"):
                     base = re.sub(r"-[\d.]+$", "", needed)
-                    self.assertRegex(notices, rf"`{re.escape(base)}[^`]*`",
-                                     f"{name} needs {needed}: give it a line in THIRD-PARTY.md")
+                    self.assertTrue(re.search(rf"`{re.escape(base)}[^`]*`", notices),
+                                    f"{name} needs {needed}: give it a line in THIRD-PARTY.md")
 
 
 if __name__ == "__main__":
