@@ -13,6 +13,11 @@ set(diffusefilt_element
 # registers are given out, they stand interleaved.
 list(APPEND diffusefilt_element
   $<$<CXX_COMPILER_ID:GNU>:-fschedule-insns> $<$<CXX_COMPILER_ID:GNU>:-fsched-pressure>)
+# The addresses of the rows around one that is filtered stay apart, each in a register, under the
+# index that a loop counts: g++ would form differences of them anew in each row. Nor are numbers of
+# rows clamped in vector registers.
+list(APPEND diffusefilt_element
+  $<$<CXX_COMPILER_ID:GNU>:-fno-ivopts> $<$<CXX_COMPILER_ID:GNU>:-mno-stv>)
 if(DIFFUSEFILT_SANITIZE)
   list(APPEND diffusefilt_element -O1 -g1)  # a quarter of the compile time of -O2 -g
 endif()
@@ -37,9 +42,11 @@ target_compile_options(diffusefilt_common INTERFACE
   -march=x86-64 -fPIC -fvisibility=hidden $<$<CXX_COMPILER_ID:Clang>:-fsemantic-interposition>)
 target_link_libraries(diffusefilt_common INTERFACE diffusefilt_options halide_headers)
 
-# g++ would put its own floor in place of the call that none makes, and in avx read 32 bytes
-# in two halves, as the first processors of the set prefer.
-diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf)
+# g++ would put its own floor in place of the call that none makes, and keep constants on the stack
+# from one call to the next; in avx it would read 32 bytes in two halves, as the first processors of
+# the set prefer.
+diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf
+  $<$<CXX_COMPILER_ID:GNU>:-fno-gcse>)
 diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma
   $<$<CXX_COMPILER_ID:GNU>:-mno-avx256-split-unaligned-load>)
 diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi)

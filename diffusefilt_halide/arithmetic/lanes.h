@@ -63,6 +63,16 @@ template <class V>
     return reinterpret_cast<const Unaligned<V>*>(from)->value;
 }
 
+// Lane i is lane i + by of v, the lane at the end where there is none.
+template <int by, class V>
+[[gnu::always_inline]] inline V movedBy(V v) noexcept {
+    constexpr int last = lanesOf<V> - 1;
+    return [&]<int... i>(std::integer_sequence<int, i...>) __attribute__((always_inline)) {
+        return __builtin_shufflevector(v, v, (i + by < 0 ? 0 : i + by > last ? last : i + by)...);
+    }
+    (std::make_integer_sequence<int, last + 1>{});
+}
+
 // The float as an integer. What does not fit, NaN among it, becomes the lowest integer.
 [[gnu::always_inline]] inline int32_t truncated(float f) noexcept {
     return _mm_cvttss_si32(_mm_set_ss(f));
@@ -98,6 +108,14 @@ template <class V>
 #endif
 
 #ifdef __AVX__
+// The lanes of a, then those of b.
+[[gnu::always_inline]] inline __m256 joined(__m128 a, __m128 b) noexcept {
+    return _mm256_set_m128(b, a);
+}
+[[gnu::always_inline]] inline __m256d joined(__m128d a, __m128d b) noexcept {
+    return _mm256_set_m128d(b, a);
+}
+
 [[gnu::always_inline]] inline __m256 roundDown(__m256 v) noexcept {
     return _mm256_floor_ps(v);
 }

@@ -42,30 +42,29 @@ struct WholeOperands {
 
 enum class Edge { left, right };
 
-// A vector inside the input that may touch the edge told, and not the other. The clamp acts on
-// one lane of one column at most: that column is read lane by lane, the others whole. Apart
-// from ClampedOperands for the sake of rows of a few vectors.
+// A vector that ends at the edge told and not at the other. The clamp acts on one lane of one
+// column: that column is the centre's, moved by a lane.
 template <class V, int planes, Edge edge>
-class EdgeOperands {
-public:
-    [[gnu::always_inline]] EdgeOperands(const Rows<ElementOfLanes<V>, planes>& rows, int32_t x,
-                                        int32_t width) noexcept
-        : rows_(rows), x_(x), clampedColumn_(clampCoord(x_ + side + clampedLane, width)) {}
+struct EdgeOperands {
+    const Rows<ElementOfLanes<V>, planes>& rows;
+    int64_t x;
 
     [[gnu::always_inline]] V operator()(Offset o) const noexcept {
-        if (o.dx != side) return load<V>(rows_.at(o, x_ + o.dx));
-        return fromLanes<V>([&](int i) __attribute__((always_inline)) {
-            return elementAt(rows_, o, i == clampedLane ? clampedColumn_ : x_ + side + i);
-        });
+        constexpr int side = edge == Edge::left ? -1 : 1;
+        const ElementOfLanes<V>* const at = rows.at(o, x);
+        if (o.dx != side) return load<V>(at + o.dx);
+        if constexpr (sizeof(V) == 16 || !rulesOf(compiledFor).worksInHalves) {
+            return movedBy<side>(load<V>(at));
+        } else {  // what crosses the middle of a vector takes many instructions there
+            using Half = Lanes<ElementOfLanes<V>, lanesOf<V> / 2>;
+            constexpr int half = lanesOf<Half>;
+            if constexpr (edge == Edge::left) {
+                return joined(movedBy<-1>(load<Half>(at)), load<Half>(at + half - 1));
+            } else {
+                return joined(load<Half>(at + 1), movedBy<1>(load<Half>(at + half)));
+            }
+        }
     }
-
-private:
-    static constexpr int side = edge == Edge::left ? -1 : 1;
-    static constexpr int clampedLane = edge == Edge::left ? 0 : lanesOf<V> - 1;
-
-    const Rows<ElementOfLanes<V>, planes>& rows_;
-    int64_t x_;
-    int64_t clampedColumn_;
 };
 
 // Any vector, also one that reaches beyond the input: read lane by lane, all clamped.

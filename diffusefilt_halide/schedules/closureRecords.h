@@ -12,14 +12,15 @@
 //   inputMax0, inputMax1          highest column and row of the input
 //   lastVectorX                   column at which the last vector of a row starts
 //   vectorCount                   vectors in a row
-//   leftVectorCount               vectors of the left segment
-//   interiorVectorEnd             first vector of the right segment
+//   leftVectorCount               vectors at the left whose columns may need a clamp
+//   interiorVectorEnd             first of those at the right
 //   unclampedSpan                 last column, from the row's start, at which a vector is
 //                                 free of the upper clamp; may be negative
 //   interiorRowBegin, ...End      rows whose neighbour rows all lie inside; planes alike
 //   unclampedRowEnd, ...PlaneEnd  first row (plane) that needs the upper clamp
 //   sqrtThree                     from which the corner weight is worked out
-//   inputBuffer, outputBuffer     carried along; the tasks do not read them
+//   inputBuffer, outputBuffer     the call's
+// The tasks do not read the buffers, nor the bands of planes, rows and vectors.
 #pragma once
 
 #include <HalideRuntime.h>

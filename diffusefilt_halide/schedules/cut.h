@@ -1,10 +1,10 @@
-// How a dimension of the output is cut, so that most of it runs with the fewest clamps.
-// One idea serves planes, rows and columns, in tasks and in line:
+// How a dimension of the output is cut, so that most of it needs the fewest clamps.
 //   minimal  begin .. innerBegin .. innerEnd .. end   with clamps: both, neither, both
 //   maximal  begin .. upperBegin .. end               with clamps: lower, both
-// A dimension is cut only inside a band of the next outer one that is free of the upper
-// clamp; otherwise it is one band with all clamps. Bands may be empty. In line the bands are
-// formed from the shapes; a task reads their limits from its record.
+// In line, a dimension is cut only inside a band of the next outer one that is free of the upper
+// clamp; otherwise it is one band with all clamps. Bands may be empty. The closure records tell
+// the bands to whoever replaces the parallel loop; the tasks themselves go by columns alone, see
+// rowPlan.h, and clamp every row and plane.
 #pragma once
 
 #include "arithmetic/boundary.h"
@@ -12,23 +12,20 @@
 
 namespace diffusefilt {
 
-// A band of planes, rows, columns or vectors, and what its neighbours still need.
+// A band of planes, rows or columns, and what its neighbours still need.
 struct Band {
     int32_t begin;
     int32_t end;
     Clamp clamp;
 };
 
-template <class T>
-struct UpToThree {
-    T items[3];
+struct Cut {
+    Band items[3];
     int count;
 
-    [[gnu::always_inline]] constexpr const T* begin() const noexcept { return items; }
-    [[gnu::always_inline]] constexpr const T* end() const noexcept { return items + count; }
+    [[gnu::always_inline]] constexpr const Band* begin() const noexcept { return items; }
+    [[gnu::always_inline]] constexpr const Band* end() const noexcept { return items + count; }
 };
-
-using Cut = UpToThree<Band>;
 
 [[gnu::always_inline]] constexpr Cut uncut(int32_t begin, int32_t end) noexcept {
     return {{{begin, end, Clamp::both}, {end, end, Clamp::both}, {end, end, Clamp::both}}, 1};
@@ -77,59 +74,6 @@ template <Connectivity connectivity>
 template <class Int>
 [[gnu::always_inline]] constexpr Int vectorsWithin(Int span, int lanes) noexcept {
     return (span >> log2Of(lanes)) + 1;
-}
-
-template <Connectivity connectivity, class T>
-[[gnu::always_inline]] constexpr Clamp rowClampAt(const RowClosure<connectivity, T>& record,
-                                                  int32_t y) noexcept {
-    if constexpr (connectivity == Connectivity::minimal) {
-        const bool interior = record.interiorRowBegin <= y && y < record.interiorRowEnd;
-        return interior ? Clamp::neither : Clamp::both;
-    } else {
-        return y < record.unclampedRowEnd ? Clamp::lower : Clamp::both;
-    }
-}
-
-template <Connectivity connectivity, class T>
-[[gnu::always_inline]] constexpr Clamp planeClampAt(const PlaneClosure<connectivity, T>& record,
-                                                    int32_t z) noexcept {
-    if constexpr (connectivity == Connectivity::minimal) {
-        const bool interior = record.interiorPlaneBegin <= z && z < record.interiorPlaneEnd;
-        return interior ? Clamp::neither : Clamp::both;
-    } else {
-        return z < record.unclampedPlaneEnd ? Clamp::lower : Clamp::both;
-    }
-}
-
-// The groups of rows of a plane.
-template <Connectivity connectivity, class T>
-[[gnu::always_inline]] constexpr Cut rowCut(const PlaneClosure<connectivity, T>& record,
-                                            Clamp planeClamp) noexcept {
-    if (planeClamp == Clamp::both) {
-        return uncut(record.outMin1, plus(record.outMin1, record.outExtent1));
-    }
-    if constexpr (connectivity == Connectivity::minimal) {
-        return cutOfMinimal(record.outMin1, record.interiorRowBegin, record.interiorRowEnd,
-                            record.outEnd1);
-    } else {
-        return cutOfMaximal(record.outMin1, record.unclampedRowEnd, record.outEnd1);
-    }
-}
-
-// The cut of a row, in vectors of L lanes.
-template <template <Connectivity, class> class Record, Connectivity connectivity, class T>
-[[gnu::always_inline]] constexpr Cut vectorCut(const Record<connectivity, T>& record,
-                                               Clamp rowClamp, int lanes) noexcept {
-    if (rowClamp == Clamp::both) return uncut(0, record.vectorCount);
-    if constexpr (connectivity == Connectivity::minimal) {
-        // The counts of a row that ends at the highest coordinate wrap; no vector stands
-        // before the row's start all the same.
-        return cutOfMinimal(0, larger(record.leftVectorCount, 0), record.interiorVectorEnd,
-                            record.vectorCount);
-    } else {
-        const int32_t span = record.unclampedSpan;
-        return cutOfMaximal(0, span < 0 ? 0 : vectorsWithin(span, lanes), record.vectorCount);
-    }
 }
 
 }  // namespace diffusefilt

@@ -43,13 +43,13 @@ public:
     [[gnu::always_inline]] void run() const noexcept {
         const int64_t origin = negated(inputOffset_);
         if constexpr (dimensions == 2) {
-            rowBands(PlaneTerms<1>{{origin}}, negated(outputOffset_), inner);
+            rowBands(Planes<1>::only(input_, origin), negated(outputOffset_), inner);
         } else {
             for (const Band& band : bands_[2]) {
                 for (int32_t z = band.begin; z < band.end; ++z) {
-                    rowBands(
-                        PlaneTerms<3>::around(band.clamp, z, extent_[2], inputStride_[2], origin),
-                        minus(offsetOf(z, outputStride_[2]), outputOffset_), band.clamp);
+                    rowBands(Planes<3>::around(input_, origin, band.clamp, z, extent_[2],
+                                               inputStride_[2]),
+                             minus(offsetOf(z, outputStride_[2]), outputOffset_), band.clamp);
                 }
             }
         }
@@ -60,12 +60,12 @@ private:
         return outer == inner ? bands_[d] : uncut_[d];
     }
 
-    [[gnu::always_inline]] void rowBands(const PlaneTerms<planes>& planeTerms, int64_t outPlane,
+    [[gnu::always_inline]] void rowBands(Planes<planes> of, int64_t outPlane,
                                          Clamp planeClamp) const noexcept {
         for (const Band& band : bands(1, planeClamp)) {
             for (int32_t y = band.begin; y < band.end; ++y) {
                 const auto rows =
-                    rowsAround(input_, planeTerms, band.clamp, y, extent_[1], inputStride_[1]);
+                    RowTerms<T>::around(band.clamp, y, extent_[1], inputStride_[1]).in(of);
                 T* const outRow = output_ + plus(offsetOf(y, outputStride_[1]), outPlane);
                 row(rows, outRow, band.clamp);
             }

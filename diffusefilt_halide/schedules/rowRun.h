@@ -1,48 +1,13 @@
-// The vectors of one row of the output. A vector's position is outMin0 + L * v; the last
-// one of a row is shifted inwards to end on the row's last element, and the elements it
-// shares with its predecessor are computed twice, with the same bits but for a NaN's sign and
-// payload.
+// The rows of a plane of the output, one after another, and their vectors.
 #pragma once
 
 #include "arithmetic/operands.h"
 #include "arithmetic/stencil.h"
 #include "schedules/fillClosure.h"
+#include "schedules/rowPlan.h"
+#include "schedules/rowTerms.h"
 
 namespace diffusefilt {
-
-// A segment of a row, in vectors. From wholeBegin to wholeEnd they are read whole: no clamp
-// acts on them, and none is shifted.
-struct Segment {
-    int32_t begin, wholeBegin, wholeEnd, end;
-};
-
-// The segment of a band. Its vectors are read whole where they start at column 1 or behind, stand
-// unshifted, and end before the input's last column, so that x - 1 to x + L lie inside. Numbers
-// of vectors are formed in 64 bits: a row may start anywhere.
-template <class Record>
-[[gnu::always_inline]] constexpr Segment segmentOf(const Record& record, Band band,
-                                                   int lanes) noexcept {
-    if (band.clamp == Clamp::neither) return {band.begin, band.begin, band.end, band.end};
-    const int64_t first = record.outMin0;
-    const int64_t last = smaller(record.lastVectorX, minus(record.inputMax0, lanes));
-    const auto within = [&](int64_t v) __attribute__((always_inline)) {
-        return v < band.begin ? band.begin : v > band.end ? band.end : int32_t(v);
-    };
-    const int32_t wholeBegin = within(vectorsWithin(-first, lanes));
-    const int32_t wholeEnd = within(vectorsWithin(last - first, lanes));
-    return {band.begin, wholeBegin, larger(wholeBegin, wholeEnd), band.end};
-}
-
-// The segments of all rows of a clamp: worked out once for the rows of a plane.
-template <class Record>
-[[gnu::always_inline]] constexpr auto rowSegments(const Record& record, Clamp rowClamp,
-                                                  int lanes) noexcept {
-    UpToThree<Segment> row{};
-    for (const Band& band : vectorCut(record, rowClamp, lanes)) {
-        row.items[row.count++] = segmentOf(record, band, lanes);
-    }
-    return row;
-}
 
 // Where a page ends inside a vector, a host that watches its memory sees which half of it is
 // stored first: the order is part of what is promised, and the barrier keeps it.
@@ -60,59 +25,114 @@ template <InstructionSet set, class V>
     }
 }
 
+// One row of the output, with the rows of the input around it.
 template <PipelineVariant variant>
-struct RowRun {
+struct Row {
     using F = Form<variant, Path::parallel>;
     using T = typename F::Element;
     using V = typename F::Value;
     static constexpr int planes = variant.planes();
 
-    const Closure<variant>& record;
     Scalars<F> scalars;
     Rows<T, planes> rows;
-    T* outRow;  // the output element at column 0
+    T* out;  // the output element at column 0
 
-    [[gnu::always_inline]] void run(Segment segment) const noexcept {
-        if (segment.begin < segment.wholeBegin) clampedVectors(segment.begin, segment.wholeBegin);
-        wholeVectors(segment.wholeBegin, segment.wholeEnd);
-        if (segment.wholeEnd < segment.end) clampedVectors(segment.wholeEnd, segment.end);
+    template <Edge edge>
+    [[gnu::always_inline]] void edgeVector(int64_t x) const noexcept {
+        step(EdgeOperands<V, planes, edge>{rows, x}, x);
     }
 
-    // The loop runs on a copy of its rows: what it reads of them then stays in registers,
-    // for no store of its own can be taken to change it. It asks early for the lines that
-    // no row before it has touched: in images larger than the cache it would wait for them.
-    [[gnu::always_inline]] void wholeVectors(int32_t begin, int32_t end) const noexcept {
+    // The loop asks early for the lines that no row before it has touched: in images larger than
+    // the cache it would wait for them.
+    [[gnu::always_inline]] void wholeVectors(int64_t begin, int64_t end) const noexcept {
         constexpr int ahead = 512 / sizeof(T);
-        const RowRun row = *this;
-        int64_t x = plus(record.outMin0, times(begin, F::lanes));
-        for (int32_t v = begin; v < end; ++v, x += F::lanes) {
-            const WholeOperands<V, planes> read{row.rows, x};
-            __builtin_prefetch(row.rows.at(newestRow(variant), x + ahead));
-            __builtin_prefetch(row.outRow + x + ahead);
-            store<F::set, V>(row.outRow + x, stencil<F>(read, row.scalars));
+        for (int64_t x = begin; x < end; x += F::lanes) {
+            __builtin_prefetch(rows.at(newestRow(variant), x + ahead));
+            __builtin_prefetch(out + x + ahead);
+            step(WholeOperands<V, planes>{rows, x}, x);
         }
     }
 
-    // Apart from the loop of whole vectors, whose registers it would otherwise crowd.
-    [[gnu::noinline]] void clampedVectors(int32_t begin, int32_t end) const noexcept {
-        const int32_t width = plus(record.inputMax0, 1);
-        for (int32_t v = begin; v < end; ++v) {
-            const int32_t x = smaller(plus(record.outMin0, times(v, F::lanes)), record.lastVectorX);
-            const int64_t lastX = int64_t{x} + F::lanes - 1;
-            if (x < 0 || lastX > record.inputMax0) {
-                step(ClampedOperands<V, planes>(rows, x, width), x);
-            } else if (lastX < record.inputMax0) {
-                step(EdgeOperands<V, planes, Edge::left>(rows, x, width), x);
-            } else {  // not at the left edge too: an input of one vector is filtered in line
-                step(EdgeOperands<V, planes, Edge::right>(rows, x, width), x);
-            }
+    [[gnu::always_inline]] void anyVector(int32_t x, int32_t width) const noexcept {
+        if (x > 0 && int64_t{x} + F::lanes < width) {
+            step(WholeOperands<V, planes>{rows, x}, x);
+        } else {
+            step(ClampedOperands<V, planes>(rows, x, width), x);
         }
     }
 
     template <class Operands>
-    [[gnu::always_inline]] void step(const Operands& read, int32_t x) const noexcept {
-        store<F::set, V>(outRow + x, stencil<F>(read, scalars));
+    [[gnu::always_inline]] void step(const Operands& read, int64_t x) const noexcept {
+        store<F::set, V>(out + x, stencil<F>(read, scalars));
     }
+};
+
+// Row y of plane z, and from there one row after another; in 2-D there is one plane, z = 0.
+template <PipelineVariant variant>
+class RowRun {
+public:
+    using T = ElementOf<variant>;
+    static constexpr int planes = variant.planes();
+
+    [[gnu::always_inline]] RowRun(const Closure<variant>& record, int32_t y, int32_t z) noexcept
+        : record_(record),
+          scalars_(record.gradTIn, cornerOf(record)),
+          y_(y),
+          z_(z),
+          terms_(RowTerms<T>::around(Clamp::both, y, record.inputExtent1, record.inputStride1)),
+          outRow_(minus(offsetOf(y, record.outStride1), record.outputOffset)) {
+        const int64_t offset = negated(record.inputOffset);
+        if constexpr (planes == 3) {
+            planes_ = Planes<3>::around(record.inputHost, offset, Clamp::both, z,
+                                        record.inputExtent2, record.inputStride2);
+            outRow_ = plus(outRow_, offsetOf(z, record.outStride2));
+        } else {
+            planes_ = Planes<1>::only(record.inputHost, offset);
+        }
+    }
+
+    [[gnu::always_inline]] int32_t y() const noexcept { return y_; }
+
+    [[gnu::always_inline]] void run(const RowPlan& plan) const noexcept {
+        // Formed in place: g++ would keep what a function returns in memory, and under avx read it
+        // anew behind each store.
+        const Row<variant> here{scalars_, terms_.in(planes_), record_.outputHost + outRow_};
+        if (plan.before > 0) anyVectors(record_, y_, z_, 0, plan.before);
+        if (plan.left) here.template edgeVector<Edge::left>(0);
+        here.wholeVectors(plan.wholeBegin, plan.wholeEnd);
+        if (plan.right) here.template edgeVector<Edge::right>(plan.rightX);
+        if (plan.after < plan.end) anyVectors(record_, y_, z_, plan.after, plan.end);
+    }
+
+    [[gnu::always_inline]] void next() noexcept {
+        terms_.goOnTo(++y_, record_.inputExtent1, record_.inputStride1);
+        outRow_ = plus(outRow_, int64_t{record_.outStride1});
+    }
+
+private:
+    [[gnu::always_inline]] static T cornerOf(const Closure<variant>& record) noexcept {
+        if constexpr (requires { record.sqrtThree; }) return cornerWeightFrom(record.sqrtThree);
+        return cornerWeight;
+    }
+
+    // Apart from the vectors of most rows, whose registers it would crowd. It finds its row by the
+    // coordinates: a row that is handed over would have to be put into memory, called for or not.
+    [[gnu::noinline]] static void anyVectors(const Closure<variant>& record, int32_t y, int32_t z,
+                                             int32_t begin, int32_t end) noexcept {
+        const RowRun at(record, y, z);
+        const Row<variant> here{at.scalars_, at.terms_.in(at.planes_),
+                                record.outputHost + at.outRow_};
+        for (int32_t v = begin; v < end; ++v) {
+            here.anyVector(columnOf(record, v, variant.lanes()), plus(record.inputMax0, 1));
+        }
+    }
+
+    const Closure<variant>& record_;
+    Scalars<Form<variant, Path::parallel>> scalars_;
+    int32_t y_, z_;
+    Planes<planes> planes_;
+    RowTerms<T> terms_;
+    int64_t outRow_;  // the index of the output element at column 0
 };
 
 }  // namespace diffusefilt

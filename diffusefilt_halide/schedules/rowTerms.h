@@ -1,44 +1,72 @@
-// The neighbours of a plane and of a row as indices, after the boundary rule: formed once
-// for each plane and each row, in tasks and in line.
+// The neighbours of a plane and of a row as addresses, after the boundary rule, in tasks and in
+// line.
 #pragma once
 
 #include "arithmetic/operands.h"
 
 namespace diffusefilt {
 
-// The index of coordinate (0, 0) of the planes that one plane of the output reads. In 2-D
-// there is one, at `offset`.
+// A distance in memory; it wraps.
+template <class T>
+[[gnu::always_inline]] constexpr uintptr_t bytesOf(int64_t elements) noexcept {
+    return static_cast<uintptr_t>(elements) * sizeof(T);
+}
+
+// The addresses of coordinate (0, 0) of the planes that one plane of the output reads. In 2-D
+// there is one, `offset` elements behind the host pointer.
 template <int planes>
-struct PlaneTerms {
-    int64_t of[planes];
+struct Planes {
+    uintptr_t at[planes];
+
+    template <class T>
+    [[gnu::always_inline]] static Planes only(const T* host, int64_t offset) noexcept {
+        return {{reinterpret_cast<uintptr_t>(host) + bytesOf<T>(offset)}};
+    }
 
     // z - 1, z and z + 1, in an input of `extent` planes.
-    [[gnu::always_inline]] static PlaneTerms around(Clamp clamp, int32_t z, int32_t extent,
-                                                    int32_t stride, int64_t offset) noexcept
-        requires(planes == 3) {
-        PlaneTerms terms;
-        for (int dz = -1; dz <= 1; ++dz) {
-            terms.of[dz + 1] = plus(offsetOf(neighbourCoord(clamp, z, dz, extent), stride), offset);
-        }
-        return terms;
+    template <class T>
+    [[gnu::always_inline]] static Planes around(const T* host, int64_t offset, Clamp clamp,
+                                                int32_t z, int32_t extent,
+                                                int32_t stride) noexcept {
+        const auto plane = [=](int dz) __attribute__((always_inline)) {
+            const int64_t term = offsetOf(neighbourCoord(clamp, z, dz, extent), stride);
+            return reinterpret_cast<uintptr_t>(host) + bytesOf<T>(plus(term, offset));
+        };
+        return {{plane(-1), plane(0), plane(+1)}};
     }
 };
 
-// The rows y - 1, y and y + 1 of these planes.
-template <class T, int planes>
-[[gnu::always_inline]] inline Rows<T, planes> rowsAround(const T* host,
-                                                         const PlaneTerms<planes>& planeTerms,
-                                                         Clamp clamp, int32_t y, int32_t extent,
-                                                         int32_t stride) noexcept {
-    Rows<T, planes> rows;
-    for (int dy = -1; dy <= 1; ++dy) {
-        const int64_t rowTerm = offsetOf(neighbourCoord(clamp, y, dy, extent), stride);
-        for (int p = 0; p < planes; ++p) {
-            const auto index = static_cast<uintptr_t>(plus(rowTerm, planeTerms.of[p]));
-            rows.column0[p][dy + 1] = reinterpret_cast<uintptr_t>(host) + index * sizeof(T);
-        }
+// The rows y - 1, y and y + 1 of a plane, as distances from its row 0.
+template <class T>
+struct RowTerms {
+    uintptr_t of[3];
+
+    [[gnu::always_inline]] static uintptr_t term(Clamp clamp, int32_t y, int dy, int32_t extent,
+                                                 int32_t stride) noexcept {
+        return bytesOf<T>(offsetOf(neighbourCoord(clamp, y, dy, extent), stride));
     }
-    return rows;
-}
+
+    [[gnu::always_inline]] static RowTerms around(Clamp clamp, int32_t y, int32_t extent,
+                                                  int32_t stride) noexcept {
+        return {{term(clamp, y, -1, extent, stride), term(clamp, y, 0, extent, stride),
+                 term(clamp, y, +1, extent, stride)}};
+    }
+
+    // From those around y - 1 to those around y: the rule gives two of the rows again.
+    [[gnu::always_inline]] void goOnTo(int32_t y, int32_t extent, int32_t stride) noexcept {
+        of[0] = of[1];
+        of[1] = of[2];
+        of[2] = term(Clamp::both, y, +1, extent, stride);
+    }
+
+    template <int planes>
+    [[gnu::always_inline]] Rows<T, planes> in(Planes<planes> plane) const noexcept {
+        Rows<T, planes> rows;
+        for (int p = 0; p < planes; ++p) {
+            for (int dy = 0; dy < 3; ++dy) rows.column0[p][dy] = plane.at[p] + of[dy];
+        }
+        return rows;
+    }
+};
 
 }  // namespace diffusefilt
