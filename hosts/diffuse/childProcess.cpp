@@ -2,12 +2,15 @@
 #include "childProcess.h"
 
 #include <fcntl.h>
-#include <poll.h>
+#include <malloc.h>
+#include <seccomp.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -15,17 +18,12 @@
 #include <new>
 #include <stdexcept>
 #include <system_error>
-#include <utility>
 
-#include "confinement.h"
 #include "formats/Format.h"
 
 namespace diffuse {
 
 namespace {
-
-constexpr std::uint64_t mebibyte = 1 << 20;
-constexpr std::uint64_t readersOwn = 192 * mebibyte;  // memory for a reader of anything
 
 // As much as the machine has, or as can be had: pages exist once they are filled.
 std::shared_ptr<Board> shareBoard() {
@@ -42,6 +40,74 @@ std::shared_ptr<Board> shareBoard() {
         return {board, [size](Board* shared) { munmap(shared, size); }};
     }
     throw std::bad_alloc();
+}
+
+// Calls that open a file fail where they could change it, the others always.
+void refuseSystemCalls() {
+    constexpr const char* changing[] = {
+        "creat",   "truncate", "unlink",    "unlinkat",      "rename",   "renameat", "renameat2",
+        "link",    "linkat",   "symlink",   "symlinkat",     "mkdir",    "mkdirat",  "rmdir",
+        "mknod",   "mknodat",  "chmod",     "fchmod",        "fchmodat", "chown",    "fchownat",
+        "openat2", "execve",   "execveat",  "socket",        "connect",  "kill",     "ptrace",
+        "mount",   "setxattr", "utimensat", "io_uring_setup"};
+    scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
+    if (!filter) return;
+    const auto refuse = [&](const char* call, auto... where) {
+        seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), seccomp_syscall_resolve_name(call),
+                         sizeof...(where), where...);
+    };
+    for (const char* const call : changing) refuse(call);
+    for (const scmp_datum_t flag : {O_WRONLY, O_RDWR, O_CREAT, O_TRUNC}) {
+        refuse("open", SCMP_A1(SCMP_CMP_MASKED_EQ, flag, flag));
+        refuse("openat", SCMP_A2(SCMP_CMP_MASKED_EQ, flag, flag));
+    }
+    seccomp_load(filter);
+    seccomp_release(filter);
+}
+
+void limit(__rlimit_resource resource, rlim_t amount) {
+    struct rlimit limits {};
+    getrlimit(resource, &limits);
+    limits.rlim_cur = std::min(amount, limits.rlim_max);
+    setrlimit(resource, &limits);
+}
+
+// The memory that counts for its limit: what is private and can be written to.
+std::uintmax_t ownMemory() {
+    std::uintmax_t pages = 0;
+    std::ifstream statistics("/proc/self/statm");
+    for (int i = 0; i < 6; ++i) statistics >> pages;
+    return pages * static_cast<std::uintmax_t>(sysconf(_SC_PAGESIZE));
+}
+
+// It ends with its parent, leaves no core, gains no privileges, keeps none of the parent's files
+// and prints to `errors` only. From here on it cannot write to, make, rename or remove a file,
+// start a program or open a connection; where the kernel has no filter of system calls, it still
+// cannot write to a file.
+void confine(pid_t parent, int errors) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(1);
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    dup2(errors, STDERR_FILENO);
+    dup2(errors, STDOUT_FILENO);
+    close(STDIN_FILENO);
+    open("/dev/null", O_RDONLY);
+    close_range(STDERR_FILENO + 1, ~0U, 0);
+    limit(RLIMIT_CORE, 0);
+    limit(RLIMIT_FSIZE, 0);
+    mallopt(M_ARENA_MAX, 1);
+    for (const int end : {SIGXCPU, SIGALRM}) std::signal(end, SIG_DFL);
+    refuseSystemCalls();
+}
+
+// Limits what the process may still take for so many bytes of input and samples, of which it holds
+// so many copies besides: memory, processor time, and ten times that by the clock.
+void limitReader(std::uint64_t bytes, int copies) {
+    constexpr std::uint64_t mebibyte = 1 << 20;
+    const std::uint64_t seconds = 6 + bytes / (4 * mebibyte);
+    limit(RLIMIT_DATA, ownMemory() + 192 * mebibyte + copies * bytes);
+    limit(RLIMIT_CPU, seconds);
+    alarm(static_cast<unsigned>(10 * seconds));
 }
 
 std::string lastLine(const std::string& text) {
@@ -69,40 +135,28 @@ std::string lastLine(const std::string& text) {
     _exit(0);
 }
 
-// Reads what the child prints until it ends; ends it where it makes no progress. Returns its last
-// words, or that.
-std::string follow(pid_t child, const Board& board, int errors) {
-    constexpr int tick = 100;  // ms
+// What the child prints until it ends, but for what is long ago.
+std::string wordsOf(int errors) {
     constexpr std::size_t enough = 1 << 16;
-    std::string said;
-    std::uint64_t progress = 0;
-    std::array<char, 1 << 14> part{};
-    // Counts its own waits: a clock would go on while both processes are stopped.
-    for (std::uint64_t idle = 0; idle * tick <= (6 + board.bytes / (4 * mebibyte)) * 1000; ++idle) {
-        pollfd end = {errors, POLLIN, 0};
-        if (poll(&end, 1, tick) > 0) {
-            const ssize_t count = read(errors, part.data(), part.size());
-            if (count <= 0) return lastLine(said);
-            said.append(part.data(), count);
-            if (said.size() > enough) said.erase(0, enough / 2);
-        }
-        // A reader that gets on fills memory, its own or what it shares.
-        std::uint64_t size = 0;
-        std::uint64_t resident = 0;
-        std::ifstream("/proc/" + std::to_string(child) + "/statm") >> size >> resident;
-        if (std::exchange(progress, resident + board.bytes) != progress) idle = 0;
+    std::string words;
+    char part[4096];
+    for (ssize_t count = 0; (count = read(errors, part, sizeof part)) > 0;) {
+        words.append(part, count);
+        if (words.size() > enough) words.erase(0, enough / 2);
     }
-    kill(child, SIGKILL);
-    return "its reader made no progress for some time";
+    return lastLine(words);
 }
 
 void requireOutcome(const Board& board, int status, std::string words) {
     if (board.outcome == Board::done && status == 0) return;
     if (board.outcome == Board::refused) throw std::runtime_error(board.complaint);
     if (board.outcome == Board::failed) words = board.complaint;
-    if (WIFSIGNALED(status) && WTERMSIG(status) != SIGKILL) {
+    const int signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    if (signal == SIGXCPU || signal == SIGALRM) {
+        words = "its reader takes too long";
+    } else if (signal != 0) {
         words += (words.empty() ? "" : "; ") + std::string("its reader ended by signal ") +
-                 std::to_string(WTERMSIG(status)) + " (" + strsignal(WTERMSIG(status)) + ")";
+                 std::to_string(signal) + " (" + strsignal(signal) + ")";
     }
     if (words.empty()) words = "its reader ended without a word";
     throw std::runtime_error("damaged, or not " + std::string(board.format) + ": " + words);
@@ -113,14 +167,13 @@ void requireOutcome(const Board& board, int status, std::string words) {
 void Board::begin(const std::string& name, std::uint64_t inputBytes) {
     format[name.copy(format, sizeof format - 1)] = '\0';
     bytes = inputBytes;
-    allowMemory(readersOwn + 2 * inputBytes);
+    limitReader(bytes, 2);
 }
 
 void Board::promise(std::uint64_t sampleBytes) {
-    constexpr int copies = 4;  // that a reader may need besides
     if (sampleBytes > sampleRoom) throw std::bad_alloc();
     bytes += sampleBytes;
-    allowMemory(readersOwn + copies * bytes);
+    limitReader(bytes, 4);
 }
 
 void Board::tell(const std::string& text) {
@@ -135,7 +188,7 @@ std::shared_ptr<Board> runApart(const std::function<void(Board&)>& work) {
     const pid_t child = pipe2(ends, O_CLOEXEC) == 0 ? fork() : -1;
     if (child == 0) {
         confine(parent, ends[1]);
-        allowMemory(readersOwn);
+        limitReader(0, 0);
         runChild(*board, work);
     }
     if (child < 0) {
@@ -143,7 +196,7 @@ std::shared_ptr<Board> runApart(const std::function<void(Board&)>& work) {
                                 "cannot start a process to read in");
     }
     close(ends[1]);
-    const std::string words = follow(child, *board, ends[0]);
+    const std::string words = wordsOf(ends[0]);
     close(ends[0]);
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;

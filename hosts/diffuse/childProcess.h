@@ -33,10 +33,10 @@ struct Board {
 };
 
 // Runs `work` in a forked child that has no threads but its own, cannot write to a file or start a
-// program, and leaves no core. Its memory is limited by its input and its promise; so is the time
-// in which it makes no progress. Returns what it left. Throws std::runtime_error with one line if
-// the work throws, the child dies or meets a limit: what a Refusal says; otherwise "damaged, or not
-// FORMAT:" and the last words of the reader.
+// program, and leaves no core. Its memory and time are limited by its input and its promise.
+// Returns what it left. Throws std::runtime_error with one line if the work throws, the child dies
+// or meets a limit: what a Refusal says; otherwise "damaged, or not FORMAT:" and the last words of
+// the reader.
 std::shared_ptr<Board> runApart(const std::function<void(Board&)>& work);
 
 }  // namespace diffuse

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "parallel.h"
+#include "picture/parallel.h"
 
 namespace diffuse {
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "filterLoop.h"
+#include "formats/Format.h"
 #include "options.h"
 #include "pictureFile.h"
 #include "report/noise.h"
@@ -27,6 +28,8 @@
 namespace diffuse {
 
 namespace {
+
+namespace host = diffusefilt_host;
 
 // Seconds since this was asked last.
 class Stopwatch {
@@ -40,57 +43,35 @@ private:
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
 
-Picture pictureOf(const Sheet& sheet) {
-    Picture picture{{{sheet.width}, {sheet.height}}};
-    picture.sampleType = SampleType::uint8;
-    picture.channels = sheet.channels;
-    picture.pixelKind = sheet.channels == 3 ? PixelKind::rgb : PixelKind::grey;
-    picture.makeRoom();
-    std::memcpy(picture.samples.get(), sheet.samples.data(), sheet.samples.size());
-    return picture;
-}
-
 void requireWritableFiles(const Options& options, const Input& input) {
-    for (const auto& written : {options.output, options.preview}) {
-        for (const auto& file : input.files) {
-            if (isSameFile(written, file)) {
-                throw UsageError(written.string() +
-                                 " is a part of the input, which stays as it is");
-            }
+    for (const auto& file : input.files) {
+        for (const auto& written : {options.output, options.preview}) {
+            if (!isSameFile(written, file)) continue;
+            throw UsageError(written.string() + " is a part of the input, which stays as it is");
         }
     }
     if (!options.output.empty()) requireWritable(options.output, input.picture);
-    if (!options.preview.empty()) {
-        requireWritable(options.preview, pictureOf(Sheet{1, 1, 1, {0}}));
-    }
+    Picture sheet{{{1}, {1}}};
+    sheet.sampleType = SampleType::uint8;
+    if (!options.preview.empty()) requireWritable(options.preview, sheet);
 }
 
 // Replaces the samples by the filtered ones.
 void filterPicture(const Options& options, const Picture& picture, Report& report) {
-    FilterSettings settings{pipelineOf(options, picture.dimensions())};
-    report.pipeline = settings.pipeline.name();
+    const host::Axes pipeline = pipelineOf(options, picture.dimensions());
+    const bool isExponential = pipeline.conduction == host::Conduction::exponential;
+    report.pipeline = pipeline.name();
     if (!options.threshold || options.json) report.noiseSigma = noiseSigma(picture.filtered());
-    report.threshold = options.threshold
-                           ? *options.threshold
-                           : automaticThreshold(report.noiseSigma, picture.filtered(),
-                                                settings.pipeline.conduction ==
-                                                    diffusefilt_host::Conduction::exponential,
-                                                options.iterations);
+    report.threshold = options.threshold ? *options.threshold
+                                         : automaticThreshold(report.noiseSigma, picture.filtered(),
+                                                              isExponential, options.iterations);
     Progress progress(std::int64_t{options.iterations} * picture.filteredChannels());
-    try {
-        requireUsableThreshold(report.threshold, settings.pipeline.elementType);
-    } catch (const UsageError& error) {
-        throw std::runtime_error(error.what());  // it was found, not given
-    }
-    settings.threshold = report.threshold;
-    settings.iterations = options.iterations;
-    settings.spreadsNan = options.spreadsNan;
-    settings.measure = options.json;
-    try {
-        report.steps = filter(settings, picture, [&] { progress.advance(); });
-    } catch (const std::runtime_error& error) {
-        throw std::runtime_error(options.input.string() + ": " + error.what());
-    }
+    explainFailures(options.input.string() + ": ", [&] {
+        requireUsableThreshold(report.threshold, pipeline.elementType);
+        report.steps = filter(
+            {pipeline, report.threshold, options.iterations, options.spreadsNan, options.json},
+            picture, [&] { progress.advance(); });
+    });
 }
 
 // One line, whatever the names of files hold.
@@ -105,29 +86,17 @@ void print(const std::string& text) {
     if (!std::cout) throw std::runtime_error("cannot write to standard output");
 }
 
-// What stands in the report before the work.
-Report reportOn(const Options& options, const Picture& picture) {
-    Report report;
-    report.input = options.input;
-    report.output = options.output;
-    report.preview = options.preview;
-    for (int d = 0; d < picture.dimensions(); ++d) {
-        report.extents.push_back(picture.axes[d].extent);
-        report.spacing.push_back(picture.axes[d].spacing);
-    }
-    report.channels = picture.channels;
-    report.sampleType = picture.sampleType;
-    report.thresholdIsAuto = !options.threshold;
-    report.iterations = options.iterations;
-    return report;
-}
-
 void run(const Options& options) {
     pipelineOf(options, 2);
     Stopwatch watch;
     const Input input = readPicture(options.input, options.slice, options.spreadsNan);
     requireWritableFiles(options, input);
-    Report report = reportOn(options, input.picture);
+    Report report;
+    report.input = options.input;
+    report.output = options.output;
+    report.preview = options.preview;
+    report.thresholdIsAuto = !options.threshold;
+    report.iterations = options.iterations;
     report.seconds.read = watch.lap();
 
     // Filtering replaces samples; the preview and the PSNR need those before it.
@@ -154,15 +123,14 @@ void run(const Options& options) {
     std::unique_ptr<StagedFile> sheet;
     std::unique_ptr<StagedFile> output;
     if (isShown) {
-        const auto shown = hasNoise ? std::vector{clean.shown(), noisy.shown(), picture.shown()}
-                                    : std::vector{clean.shown(), picture.shown()};
-        sheet = stagePicture(options.preview, pictureOf(montage(shown)));
+        sheet = stagePicture(options.preview, hasNoise ? montage({&clean, &noisy, &picture})
+                                                       : montage({&clean, &picture}));
     }
     // Both files are on the disk before either is put in place, and the report before that.
     if (hasNoise) picture = converted(picture, clean.sampleType);
     if (!options.output.empty()) output = stagePicture(options.output, picture);
     report.seconds.write = watch.lap();
-    print(options.json ? jsonReport(report) : plainReport(report));
+    print(options.json ? jsonReport(report, picture) : plainReport(report));
     if (output) commitPicture(*output);
     if (sheet) commitPicture(*sheet);
 }

@@ -13,8 +13,8 @@ and Malik (1990): differences of neighbours well below a threshold are smoothed,
 those well above it kept. Colours are filtered channel by channel. The result has
 the sample type of the input and its spacing, origin and directions.
 
-Formats: PNG, TIFF, JPEG, BMP, NIfTI, NRRD, MetaImage; DICOM is read only. What
-a format cannot keep is refused in one line. Pictures have two dimensions,
+Formats: PNG, TIFF, JPEG, NIfTI, NRRD, MetaImage; BMP and DICOM are read only.
+What a format cannot keep is refused in one line. Pictures have two dimensions,
 volumes three; one slice in a file of volumes is a picture.
 )";
 }

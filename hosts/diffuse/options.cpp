@@ -2,10 +2,10 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <cmath>
 #include <iostream>
 #include <limits>
+#include <regex>
 #include <string>
 
 #include "manual.h"
@@ -19,13 +19,9 @@ namespace host = diffusefilt_host;
 
 // "z:90" is slice 90 on axis z.
 SliceChoice parseSlice(const std::string& text) {
-    const std::string axes = "xyz";
-    SliceChoice choice;
-    const char* const end = text.data() + text.size();
-    if (text.size() >= 3 && text[1] == ':' && axes.find(text[0]) != std::string::npos) {
-        choice.axis = static_cast<int>(axes.find(text[0]));
-        const auto [stop, error] = std::from_chars(text.data() + 2, end, choice.index);
-        if (error == std::errc() && stop == end && choice.index >= 0) return choice;
+    std::smatch parts;
+    if (std::regex_match(text, parts, std::regex("([xyz]):([0-9]{1,9})"))) {
+        return {text[0] - 'x', std::stoi(parts[2])};
     }
     throw CLI::ValidationError("--slice", "expected AXIS:INDEX like z:90, not " + text);
 }
@@ -93,47 +89,34 @@ void addFiles(CLI::App& app, Options& options, std::string& slice) {
         ->check(CLI::IsMember(std::vector<std::string>{"refuse", "spread"}).description(""));
 }
 
-// An axis of the pipeline, in the words of the exported names or one of `further`.
+// An axis of the pipeline, in the words of the exported names or one of `further`, which leave it.
 template <class Axis>
-void addAxis(CLI::App& app, const char* name, std::function<void(const std::string&)> take,
-             const char* words, std::vector<std::string> further = {}) {
-    constexpr auto known = host::wordsOf<Axis>();
+void addAxis(CLI::App& app, const char* name, Axis& axis, const char* words,
+             std::vector<std::string> further = {}) {
+    static constexpr auto known = host::wordsOf<Axis>();
+    const auto take = [&axis](const std::string& word) {
+        if (std::ranges::find(known, word) != known.end()) axis = host::fromWord<Axis>(word);
+    };
     further.insert(further.end(), known.begin(), known.end());
-    app.add_option_function<std::string>(name, std::move(take), words)
+    app.add_option_function<std::string>(name, take, words)
         ->type_name("NAME")
         ->group("Filter")
         ->check(CLI::IsMember(further).description(""));
 }
 
-void addPipeline(CLI::App& app, Options& options) {
-    host::Axes& axes = options.pipeline;
-    addAxis<host::Connectivity>(
-        app, "--connectivity",
-        [&](const std::string& word) {
-            axes.connectivity = host::fromWord<host::Connectivity>(word);
-        },
-        "minimal: the neighbours that share a side, 4 or 6 (default); maximal: those that share a "
-        "corner too, 8 or 26");
-    addAxis<host::Conduction>(
-        app, "--conduction",
-        [&](const std::string& word) { axes.conduction = host::fromWord<host::Conduction>(word); },
-        "Conductance of a difference d. quadratic: 1 / (1 + (d / K)^2) (default); exponential: "
-        "exp(-(d / K)^2), which keeps edges more strictly");
-    addAxis<host::ElementType>(
-        app, "--type",
-        [&](const std::string& word) {
-            axes.elementType = host::fromWord<host::ElementType>(word);
-        },
-        "Arithmetic: float64 (default), or float32, which is faster");
-    addAxis<host::InstructionSet>(
-        app, "--instruction-set",
-        [&](const std::string& word) {
-            options.bestSet = word == "auto";
-            if (word != "auto") axes.instructionSet = host::fromWord<host::InstructionSet>(word);
-        },
-        "Of the processor: none (any x86-64), avx, avx2 (with FMA3 and BMI1), or auto, the best "
-        "that it can run (default). Results differ between them by rounding",
-        {"auto"});
+void addPipeline(CLI::App& app, host::Axes& axes) {
+    addAxis(app, "--connectivity", axes.connectivity,
+            "minimal: the neighbours that share a side, 4 or 6 (default); maximal: those that "
+            "share a corner too, 8 or 26");
+    addAxis(app, "--conduction", axes.conduction,
+            "Conductance of a difference d. quadratic: 1 / (1 + (d / K)^2) (default); "
+            "exponential: exp(-(d / K)^2), which keeps edges more strictly");
+    addAxis(app, "--type", axes.elementType,
+            "Arithmetic: float64 (default), or float32, which is faster");
+    addAxis(app, "--instruction-set", axes.instructionSet,
+            "Of the processor: none (any x86-64), avx, avx2 (with FMA3 and BMI1), or auto, the "
+            "best that it can run (default). Results differ between them by rounding",
+            {"auto"});
 }
 
 void addFilter(CLI::App& app, Options& options, std::string& threshold) {
@@ -147,7 +130,7 @@ void addFilter(CLI::App& app, Options& options, std::string& threshold) {
         "Gradient threshold K in the units of the samples. auto, the default, takes a multiple of "
         "the standard deviation of the noise, estimated from the input, that falls with the number "
         "of steps");
-    addPipeline(app, options);
+    addPipeline(app, options.pipeline);
     add("--threads", options.threads, "N", wholeNumberFrom(1),
         "Number of threads (default: all that the processor runs). It changes no result");
 }
@@ -178,11 +161,9 @@ bool isSameFile(const fs::path& a, const fs::path& b) {
 }
 
 host::Axes pipelineOf(const Options& options, int dimensions) {
-    const auto best = host::bestInstructionSet();
     host::Axes axes = options.pipeline;
     axes.dimensions = dimensions;
-    if (options.bestSet) axes.instructionSet = best;
-    if (axes.instructionSet <= best) return axes;
+    if (axes.instructionSet <= host::bestInstructionSet()) return axes;
     throw std::runtime_error("this processor or its operating system cannot run the " +
                              std::string(wordOf(axes.instructionSet)) +
                              " pipelines, --instruction-set auto finds those that it can");

@@ -8,7 +8,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "picture.h"
+#include "picture/picture.h"
 
 namespace diffuse {
 
@@ -24,9 +24,9 @@ struct Options {
     double noiseSigma = 0;  // in grey values of the input; 0: no noise is added
     std::uint64_t seed = 1;
     bool spreadsNan = false;  // whether samples that are no finite numbers are let in
-    // Its dimensions are those of the picture; the first of each axis but for the type.
-    diffusefilt_host::Axes pipeline{0, {}, {}, diffusefilt_host::ElementType::float64, {}};
-    bool bestSet = true;  // whether the best instruction set of this processor takes its place
+    // Its dimensions are those of the picture; the first of each axis but for the type and the set.
+    diffusefilt_host::Axes pipeline{
+        0, {}, {}, diffusefilt_host::ElementType::float64, diffusefilt_host::bestInstructionSet()};
 };
 
 // The command line is wrong in itself, whatever the files hold.

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "picture.h"
+#include "picture/picture.h"
 #include "stagedFile.h"
 
 namespace diffuse {

@@ -61,7 +61,8 @@ void requireSensible(const Contents& contents, std::uint64_t inputBytes) {
                       " MiB, more than so small a file can hold");
     }
     const std::uint64_t pixels = bytes / picture.channels / sizeOf(picture.sampleType);
-    const std::uint64_t present = std::uint64_t{1} * sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGE_SIZE);
+    const std::uint64_t present =
+        std::uint64_t{1} * sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGE_SIZE);
     if (bytes + 2 * sizeof(double) * pixels > present) {
         throw Refusal("not enough memory for its samples");
     }
@@ -90,32 +91,22 @@ void requireNumbers(const Picture& picture, bool spreadsNan) {
     });
 }
 
-// A file with the one that holds its samples, or all of a folder.
-std::vector<fs::path> filesOf(const fs::path& file, const Format& format) {
-    std::vector<fs::path> files = {file};
-    if (fs::is_directory(file)) {
-        for (const auto& entry : fs::directory_iterator(file)) files.push_back(entry.path());
-    } else if (const fs::path other = format.companion ? format.companion(file) : fs::path();
-               !other.empty()) {
-        files.push_back(other);
-    }
-    return files;
+std::uint64_t sizeOfFiles(const std::vector<fs::path>& files) {
+    std::uint64_t size = 0;
+    for (const fs::path& file : files) size += fs::is_regular_file(file) ? fs::file_size(file) : 0;
+    return size;
 }
 
 void readInChild(const fs::path& file, const std::optional<SliceChoice>& slice, bool spreadsNan,
                  Board& board) {
     const Format* format = formatOf(file);
     if (!format) throw Refusal("unknown format");
-    board.begin(format->name, 0);
-    std::uint64_t inputBytes = 0;
-    Json names;
-    for (const fs::path& part : filesOf(file, *format)) {
-        names.push_back(part.string());
-        if (fs::is_regular_file(part)) inputBytes += fs::file_size(part);
-    }
-    board.begin(format->name, inputBytes);
+    std::vector<fs::path> files = {file};
+    if (fs::is_directory(file)) files.assign(fs::directory_iterator(file), {});
+    board.begin(format->name, sizeOfFiles(files));
     const Contents contents = format->open(file);
-    requireSensible(contents, inputBytes);
+    if (!contents.companion.empty()) files.push_back(contents.companion);
+    requireSensible(contents, sizeOfFiles(files));
     Picture picture = contents.picture;
     const bool isScaled = contents.slope != 1 || contents.shift != 0;
     const std::size_t growth = isScaled ? sizeof(double) / sizeOf(picture.sampleType) : 1;
@@ -136,6 +127,7 @@ void readInChild(const fs::path& file, const std::optional<SliceChoice>& slice, 
     if (picture.samples != shared) {
         std::memcpy(board.samples, picture.samples.get(), picture.bytes());
     }
+    std::vector<std::string> names(files.begin(), files.end());
     std::string header;
     Json::to_cbor({{"picture", picture}, {"files", names}}, header);
     board.tell(header);
@@ -144,29 +136,21 @@ void readInChild(const fs::path& file, const std::optional<SliceChoice>& slice, 
 }  // namespace
 
 Input readPicture(const fs::path& file, const std::optional<SliceChoice>& slice, bool spreadsNan) {
-    const auto fail = [&](const std::string& why) {
-        throw std::runtime_error(file.string() + ": " + why);
-    };
     Input input;
-    try {
+    explainFailures(file.string() + ": ", [&] {
         if (fs::exists(file) && !fs::is_directory(file) && !fs::is_regular_file(file)) {
             throw Refusal("neither a file nor a folder");
         }
         const auto board =
             runApart([&](Board& shared) { readInChild(file, slice, spreadsNan, shared); });
         const Json json = Json::from_cbor(board->header, board->header + board->headerSize);
-        for (const Json& name : json.at("files")) input.files.emplace_back(name.get<std::string>());
+        const std::vector<std::string> names = json.at("files");
+        input.files.assign(names.begin(), names.end());
         input.picture = json.at("picture");
         // What the child tells is not trusted any further than the memory that it filled.
         if (requireSize(input.picture) > board->sampleRoom) throw std::bad_alloc();
         input.picture.samples = {board, board->samples};
-    } catch (const fs::filesystem_error& error) {
-        fail(error.code().message());
-    } catch (const std::bad_alloc&) {
-        fail("not enough memory");
-    } catch (const std::exception& error) {
-        fail(error.what());
-    }
+    });
     return input;
 }
 

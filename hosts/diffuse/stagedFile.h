@@ -7,8 +7,8 @@
 
 namespace diffuse {
 
-// A file on its way to a target. Until it is committed it has no name, so that the system removes it
-// with the object or the process, however that ends. Where the file system of the target has no
+// A file on its way to a target. Until it is committed it has no name, so that the system removes
+// it with the object or the process, however that ends. Where the file system of the target has no
 // files without names, it stands in memory.
 class StagedFile {
 public:

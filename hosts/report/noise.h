@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "samples.h"
+#include "picture/samples.h"
 
 namespace diffuse {
 

@@ -36,7 +36,13 @@ std::string plainReport(const Report& report) {
     return text;
 }
 
-std::string jsonReport(const Report& report) {
+std::string jsonReport(const Report& report, const Picture& result) {
+    Json extents = Json::array();
+    Json spacing = Json::array();
+    for (int d = 0; d < result.dimensions(); ++d) {
+        extents.push_back(result.axes[d].extent);
+        spacing.push_back(result.axes[d].spacing);
+    }
     Json steps = Json::array();
     for (const StepReport& step : report.steps) {
         steps.push_back({{"seconds", step.seconds},
@@ -47,10 +53,10 @@ std::string jsonReport(const Report& report) {
                  {"output", fileName(report.output)},
                  {"preview", fileName(report.preview)},
                  {"samples",
-                  {{"extents", report.extents},
-                   {"spacing", report.spacing},
-                   {"channels", report.channels},
-                   {"type", sampleTypeNames[static_cast<int>(report.sampleType)]}}},
+                  {{"extents", extents},
+                   {"spacing", spacing},
+                   {"channels", result.channels},
+                   {"type", sampleTypeNames[static_cast<int>(result.sampleType)]}}},
                  {"pipeline", report.pipeline},
                  {"threshold", report.threshold},
                  {"threshold_is_auto", report.thresholdIsAuto},

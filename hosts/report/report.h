@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "samples.h"
+#include "picture/picture.h"
 
 namespace diffuse {
 
@@ -19,10 +19,6 @@ struct StepReport {
 
 struct Report {
     std::string input, output, preview;  // names of files; empty for none
-    std::vector<int> extents;
-    std::vector<double> spacing;
-    int channels = 1;
-    SampleType sampleType = SampleType::float64;  // of the result
     std::string pipeline;
     double threshold = 0;
     bool thresholdIsAuto = false;
@@ -42,7 +38,7 @@ struct Report {
 // For people: what they did not choose themselves, and the PSNR.
 std::string plainReport(const Report& report);
 
-// One object. Numbers that are not finite become null.
-std::string jsonReport(const Report& report);
+// One object; `result` may be without samples. Numbers that are not finite become null.
+std::string jsonReport(const Report& report, const Picture& result);
 
 }  // namespace diffuse

@@ -19,9 +19,9 @@ struct Heading {
     bool backwards = false;
 };
 
-Heading headingOf(const Shown& shown, std::size_t axis) {
-    if (axis >= shown.directions.size() || shown.directions[axis].size() < 3) return {};
-    const auto& d = shown.directions[axis];
+Heading headingOf(const Picture& picture, std::size_t axis) {
+    if (axis >= picture.axes.size() || picture.axes[axis].direction.size() < 3) return {};
+    const auto& d = picture.axes[axis].direction;
     const auto largest = std::max_element(
         d.begin(), d.begin() + 3, [](double a, double b) { return std::abs(a) < std::abs(b); });
     const int component = static_cast<int>(largest - d.begin());
@@ -30,26 +30,28 @@ Heading headingOf(const Shown& shown, std::size_t axis) {
 
 // Samples of a picture as they are shown: the first, and the steps to the right and downwards.
 struct Panel {
-    const Shown* shown;
+    std::vector<Channel> channels;
     int width, height;
     std::ptrdiff_t first, right, down;
 };
 
 // The plane in the middle of an axis; of a picture, whose third axis is none, all of it.
-Panel uprightPanel(const Shown& shown, std::size_t cut) {
-    const std::vector<int>& extents = shown.channels.front().extents;
+Panel uprightPanel(const Picture& picture, std::size_t cut) {
+    const std::vector<Channel> channels = picture.shown();
+    const std::vector<int>& extents = channels.front().extents;
     const std::ptrdiff_t strides[] = {1, extents[0], std::ptrdiff_t{extents[0]} * extents[1]};
     std::size_t axes[] = {cut == 0 ? 1U : 0U, cut == 2 ? 1U : 2U};
-    if (headingOf(shown, axes[0]).component > headingOf(shown, axes[1]).component) {
+    if (headingOf(picture, axes[0]).component > headingOf(picture, axes[1]).component) {
         std::swap(axes[0], axes[1]);
     }
-    Panel panel{&shown, extents[axes[0]], extents[axes[1]], 0, strides[axes[0]], strides[axes[1]]};
+    Panel panel{channels, extents[axes[0]], extents[axes[1]],
+                0,        strides[axes[0]], strides[axes[1]]};
     if (cut < extents.size()) panel.first = extents[cut] / 2 * strides[cut];
-    if (headingOf(shown, axes[0]).backwards) {
+    if (headingOf(picture, axes[0]).backwards) {
         panel.first += (panel.width - 1) * panel.right;
         panel.right = -panel.right;
     }
-    if (headingOf(shown, axes[1]).backwards) {
+    if (headingOf(picture, axes[1]).backwards) {
         panel.first += (panel.height - 1) * panel.down;
         panel.down = -panel.down;
     }
@@ -58,34 +60,34 @@ Panel uprightPanel(const Shown& shown, std::size_t cut) {
 
 using Row = std::vector<Panel>;
 
-std::vector<Row> arrange(const std::vector<Shown>& pictures) {
+std::vector<Row> arrange(const std::vector<const Picture*>& pictures) {
     std::vector<Row> rows;
-    for (const Shown& shown : pictures) {
-        if (shown.channels.front().extents.size() < 3) {
+    for (const Picture* picture : pictures) {
+        if (picture->dimensions() == 2) {
             rows.resize(1);
-            rows.front().push_back(uprightPanel(shown, 2));
+            rows.front().push_back(uprightPanel(*picture, 2));
             continue;
         }
         std::size_t axes[] = {2, 1, 0};
         std::ranges::stable_sort(axes, std::greater<>(),
-                                 [&](std::size_t a) { return headingOf(shown, a).component; });
+                                 [&](std::size_t a) { return headingOf(*picture, a).component; });
         Row& row = rows.emplace_back();
-        for (const std::size_t axis : axes) row.push_back(uprightPanel(shown, axis));
+        for (const std::size_t axis : axes) row.push_back(uprightPanel(*picture, axis));
     }
     return rows;
 }
 
 // The panel, in the sheet's greys, with its first sample at the given column and row.
-void paste(const Panel& panel, int left, int top, const Range& range, Sheet& sheet) {
+void paste(const Panel& panel, int left, int top, const Range& range, const Picture& sheet) {
     const double scale = range.length() > 0 ? 255 / range.length() : 1;
     for (int c = 0; c < sheet.channels; ++c) {
-        const Channel& channel = panel.shown->channels[c];
+        const Channel& channel = panel.channels[c];
         for (int y = 0; y < panel.height; ++y) {
             for (int x = 0; x < panel.width; ++x) {
                 const double value = channel.value(panel.first + x * panel.right + y * panel.down);
-                const std::size_t pixel = std::size_t(top + y) * sheet.width + left + x;
-                sheet.samples[pixel * sheet.channels + c] =
-                    toSample<std::uint8_t>((value - range.lowest) * scale);
+                const std::size_t pixel = std::size_t(top + y) * sheet.axes[0].extent + left + x;
+                sheet.samples.get()[pixel * sheet.channels + c] =
+                    std::byte(toSample<std::uint8_t>((value - range.lowest) * scale));
             }
         }
     }
@@ -93,17 +95,22 @@ void paste(const Panel& panel, int left, int top, const Range& range, Sheet& she
 
 }  // namespace
 
-Sheet montage(const std::vector<Shown>& pictures) {
+Picture montage(const std::vector<const Picture*>& pictures) {
     const std::vector<Row> rows = arrange(pictures);
-    const Range range = rangeOf(pictures.front().channels);
-    Sheet sheet{-gap, 0, static_cast<int>(pictures.front().channels.size())};
+    const Range range = rangeOf(pictures.front()->shown());
+    int width = -gap;
     int rowHeight = 0;
     for (const Panel& panel : rows.front()) {
-        sheet.width += panel.width + gap;
+        width += panel.width + gap;
         rowHeight = std::max(rowHeight, panel.height);
     }
-    sheet.height = static_cast<int>(rows.size()) * (rowHeight + gap) - gap;
-    sheet.samples.assign(std::size_t{1} * sheet.width * sheet.height * sheet.channels, 255);
+    const int height = static_cast<int>(rows.size()) * (rowHeight + gap) - gap;
+    Picture sheet{{{width}, {height}}};
+    sheet.sampleType = SampleType::uint8;
+    sheet.channels = static_cast<int>(pictures.front()->shown().size());
+    sheet.pixelKind = sheet.channels == 3 ? PixelKind::rgb : PixelKind::grey;
+    sheet.makeRoom();
+    std::fill_n(sheet.samples.get(), sheet.bytes(), std::byte{255});
     int top = 0;
     for (const Row& row : rows) {
         int left = 0;

@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "Format.h"
 
-#include <zlib.h>
-
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <limits>
-#include <memory>
 
 namespace diffuse {
 
@@ -23,14 +20,27 @@ std::vector<Format>& known() {
 }
 
 std::string headOf(const fs::path& file) {
-    const std::unique_ptr<gzFile_s, int (*)(gzFile)> stream(gzopen(file.c_str(), "rb"), gzclose);
+    std::ifstream stream(file, std::ios::binary);
     if (!stream) throw Refusal(std::strerror(errno));
-    std::array<char, 4096> bytes{};
-    const int count = gzread(stream.get(), bytes.data(), bytes.size());
-    return {bytes.data(), static_cast<std::size_t>(std::max(count, 0))};
+    std::string head(4096, '\0');
+    stream.read(head.data(), static_cast<std::streamsize>(head.size()));
+    head.resize(stream.gcount());
+    return head;
 }
 
 }  // namespace
+
+void explainFailures(const std::string& before, const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        throw std::runtime_error(before + "not enough memory");
+    } catch (const fs::filesystem_error& error) {
+        throw std::runtime_error(before + error.code().message());
+    } catch (const std::exception& error) {
+        throw std::runtime_error(before + error.what());
+    }
+}
 
 KnownFormat::KnownFormat(const Format& format) {
     known().push_back(format);
@@ -53,6 +63,23 @@ const Format* formatOf(const fs::path& file) {
         if (format.recognises(head)) return &format;
     }
     return formatOfName(file);
+}
+
+void requireHeld(const Format& format, const Picture& picture) {
+    constexpr const char* kinds[] = {"greys", "greys with opacity", "colours",
+                                     "colours with opacity", "vectors"};
+    const auto isIn = [](const auto& list, auto entry) {
+        return std::ranges::find(list, entry) != list.end();
+    };
+    const std::pair<bool, std::string> lost[] = {
+        {!format.holdsVolumes && picture.dimensions() > 2, "volumes"},
+        {!isIn(format.kinds, picture.pixelKind), kinds[static_cast<int>(picture.pixelKind)]},
+        {!isIn(format.types, picture.sampleType),
+         std::string("samples of ") + sampleTypeNames[static_cast<int>(picture.sampleType)]},
+        {!format.holdsProfiles && picture.notes.contains(colourProfile), "colour profiles"}};
+    for (const auto& [isLost, what] : lost) {
+        if (isLost) throw Refusal(std::string(format.name) + " holds no " + what);
+    }
 }
 
 int requireExtent(std::uint64_t samples) {

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "../picture.h"
+#include "picture/picture.h"
 
 namespace diffuse {
 
@@ -22,6 +22,10 @@ struct Refusal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Does the work; turns what it throws into a std::runtime_error of one line with these words
+// before.
+void explainFailures(const std::string& before, const std::function<void()>& work);
+
 // What the headers of a file tell, and how to get at its samples.
 struct Contents {
     Picture picture;              // without its samples
@@ -29,24 +33,30 @@ struct Contents {
     // Puts all samples, of the picture's sample type, where it is told, the channels of a pixel
     // together. Throws if one is missing.
     std::function<void(std::byte*)> read = {};
+    std::filesystem::path companion = {};  // that holds the samples, if the file does not
 };
 
 struct Format {
     const char* name;
     std::vector<std::string> suffixes;  // in lower case, with their dots
-    // Whether a file is of this format, by its first bytes, unpacked if gzip has packed them.
+    // Whether a file is of this format, by its first bytes.
     bool (*recognises)(std::string_view head);
     Contents (*open)(const std::filesystem::path& file);
-
-    // Where the format is written: throws Refusal if it cannot hold such a picture, which may be
-    // without samples; writes it, all in one file, which exists.
-    void (*requireHeld)(const Picture& picture) = nullptr;
+    // Where the format is written, all in one file, which exists. Throws Refusal for what it cannot
+    // hold beyond the lists below.
     void (*write)(const std::string& file, const Picture& picture) = nullptr;
-    bool keepsProfile = false;  // the colour profile
-
-    // Where a file may name another of its folder that holds its samples: that one, or nothing.
-    std::filesystem::path (*companion)(const std::filesystem::path& file) = nullptr;
+    std::vector<PixelKind> kinds = {};
+    std::vector<SampleType> types = {};
+    bool holdsVolumes = true, holdsProfiles = false;
 };
+
+// Throws Refusal if the format does not hold such a picture, which may be without samples.
+void requireHeld(const Format& format, const Picture& picture);
+
+inline const std::vector<SampleType> allTypes = {
+    SampleType::uint8,   SampleType::int8,   SampleType::uint16, SampleType::int16,
+    SampleType::uint32,  SampleType::int32,  SampleType::uint64, SampleType::int64,
+    SampleType::float32, SampleType::float64};
 
 // Adds a format to the list. For static objects alone.
 struct KnownFormat {

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
-// BMP with plain samples: grey or coloured palettes of 8 bits, and colours of 24 bits.
-#include <cmath>
+// BMP with plain samples, palettes of 8 bits and colours of 24 bits; read and not written.
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 
-#include "vipsPicture.h"
+#include "Format.h"
 
 namespace diffuse {
 
@@ -16,12 +14,12 @@ namespace fs = std::filesystem;
 
 // Behind "BM", as it stands in the file.
 struct [[gnu::packed]] Head {
-    std::uint32_t fileSize = 0, reserved = 0, offset = 54, infoSize = 40;
-    std::int32_t width = 0, height = 0;  // below 0 where the topmost row comes first
-    std::uint16_t planes = 1, bits = 24;
-    std::uint32_t packing = 0, size = 0;
-    std::int32_t across = 0, down = 0;  // pixels for each metre
-    std::uint32_t colours = 0, important = 0;
+    std::uint32_t fileSize, reserved, offset, infoSize;
+    std::int32_t width, height;  // height below 0 where the topmost row comes first
+    std::uint16_t planes, bits;
+    std::uint32_t packing, size;
+    std::int32_t across, down;  // pixels for each metre
+    std::uint32_t colours;
 };
 
 // Rows are filled up to whole words.
@@ -38,7 +36,7 @@ bool isGrey(const std::string& palette) {
 }
 
 Contents open(const fs::path& file) {
-    Head head;
+    Head head{};
     std::ifstream stream(file, std::ios::binary);
     stream.seekg(2).read(reinterpret_cast<char*>(&head), sizeof head);
     const bool hasPalette = head.bits == 8;
@@ -85,36 +83,7 @@ bool recognises(std::string_view head) {
     return head.starts_with("BM");
 }
 
-void requireHeld(const Picture& picture) {
-    requireFlat(picture, false, false);
-    if (picture.channels == 1) throw Refusal("BMP is written with colours only; PNG holds greys");
-}
-
-void write(const std::string& file, const Picture& picture) {
-    Head head;
-    head.width = picture.axes[0].extent;
-    head.height = picture.axes[1].extent;
-    const std::size_t bytes = rowBytes(head) * head.height;
-    if (bytes > 4'000'000'000) throw std::runtime_error("BMP holds no more than 4 GB");
-    head.size = static_cast<std::uint32_t>(bytes);
-    head.fileSize = head.size + head.offset;
-    head.across = static_cast<std::int32_t>(std::lround(1000 / picture.axes[0].spacing));
-    head.down = static_cast<std::int32_t>(std::lround(1000 / picture.axes[1].spacing));
-    std::ofstream stream(file, std::ios::binary);
-    stream.write("BM", 2).write(reinterpret_cast<const char*>(&head), sizeof head);
-    std::string row(rowBytes(head), '\0');
-    for (int y = head.height - 1; y >= 0; --y) {
-        const std::byte* from = picture.samples.get() + std::size_t{3} * y * head.width;
-        for (std::size_t i = 0; i < std::size_t{3} * head.width; ++i) {
-            row[i] = static_cast<char>(from[i - i % 3 + 2 - i % 3]);
-        }
-        stream.write(row.data(), static_cast<std::streamsize>(row.size()));
-    }
-    stream.close();
-    if (!stream) throw std::runtime_error(std::strerror(errno));
-}
-
-const KnownFormat bmp({"BMP", {".bmp"}, recognises, open, requireHeld, write});
+const KnownFormat bmp({"BMP", {".bmp"}, recognises, open});
 
 }  // namespace
 

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 // DICOM: a file with a picture, or a folder with one series of such files. Read by GDCM and not
 // written: a result would need an identity and a history that no filter can make up.
-#include <gdcmImageApplyLookupTable.h>
-#include <gdcmImageChangePlanarConfiguration.h>
-#include <gdcmImageChangeTransferSyntax.h>
 #include <gdcmImageReader.h>
 #include <gdcmStringFilter.h>
 
@@ -11,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <numeric>
 #include <sstream>
 
@@ -23,6 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using Vector = std::vector<double>;
+using gdcm::PixelFormat;
+using gdcm::TransferSyntax;
 
 const gdcm::Tag pixelsTag(0x7fe0, 0x0010);
 
@@ -53,28 +51,26 @@ private:
 
 void refuseWhatIsNotRead(const gdcm::File& file) {
     Tags tags(file);
-    const gdcm::TransferSyntax syntax = file.GetHeader().GetDataSetTransferSyntax();
+    const TransferSyntax syntax = file.GetHeader().GetDataSetTransferSyntax();
     const std::string storage = tags.text(0x0008, 0x0016);
     const std::string colours = tags.text(0x0028, 0x0004);
     const double bits = tags.number(0x0028, 0x0100, 0);
-    const bool isDeepColour = bits > 8 && tags.number(0x0028, 0x0002, 1) > 1;
-    const std::string known[] = {"MONOCHROME2", "RGB", "PALETTE COLOR", "YBR_RCT", "YBR_ICT"};
+    const bool isColour = colours == "RGB";
     const std::pair<bool, std::string> reasons[] = {
         {storage == "1.2.840.10008.5.1.4.1.1.481.2", "a dose, not a picture"},
         {storage == "1.2.840.10008.5.1.4.1.1.66.4", "a segmentation, not a picture"},
-        {colours == "MONOCHROME1", "its greys run from white to black"},
-        {std::ranges::count(known, colours) == 0, "its colours are '" + colours + "'"},
+        {colours != "MONOCHROME2" && !isColour, "its colours are '" + colours + "'"},
         {bits != 8 && bits != 16 && bits != 32, "its samples are not of 8, 16 or 32 bits"},
         {tags.number(0x0028, 0x0103, 0) > 1, "its samples are neither signed nor unsigned"},
         {tags.number(0x0028, 0x0008, 1) != 1, "it holds several frames"},
-        {syntax == gdcm::TransferSyntax::DeflatedExplicitVRLittleEndian,
-         "all of its data are packed (deflated)"},
-        {syntax == gdcm::TransferSyntax::JPEGBaselineProcess1 ||
-             syntax == gdcm::TransferSyntax::JPEGExtendedProcess2_4,
+        {isColour && tags.number(0x0028, 0x0006, 0) != 0, "its colours stand in planes"},
+        {syntax == TransferSyntax::DeflatedExplicitVRLittleEndian, "all of its data are packed"},
+        {syntax == TransferSyntax::JPEGBaselineProcess1 ||
+             syntax == TransferSyntax::JPEGExtendedProcess2_4,
          "its pixels are packed by lossy JPEG, whose damage would not show"},
         // GDCM does not read these as they are.
-        {syntax == gdcm::TransferSyntax::RLELossless && isDeepColour,
-         "its colours of more than 8 bits are packed by run lengths"},
+        {syntax == TransferSyntax::RLELossless && isColour,
+         "its colours are packed by run lengths"},
         {syntax.GetSwapCode() == gdcm::SwapCode::BigEndian && bits == 32,
          "its samples have 32 bits, the highest byte first"}};
     for (const auto& [isSo, reason] : reasons) {
@@ -103,32 +99,7 @@ void requireWhole(const fs::path& file, std::size_t start, const gdcm::DataEleme
     }
 }
 
-// Runs one of GDCM's filters on the picture.
-template <typename Filter>
-void apply(gdcm::Image& image, Filter& filter, bool (Filter::*run)()) {
-    filter.SetInput(image);
-    if (!(filter.*run)()) throw std::runtime_error("its pixels are damaged");
-    image = static_cast<const gdcm::Image&>(filter.GetOutput());
-}
-
-// Unpacked, in its own colours, the channels of a pixel together.
-void makePlain(gdcm::Image& image) {
-    gdcm::ImageChangeTransferSyntax unpack;
-    unpack.SetTransferSyntax(gdcm::TransferSyntax::ImplicitVRLittleEndian);
-    apply(image, unpack, &gdcm::ImageChangeTransferSyntax::Change);
-    if (image.GetPlanarConfiguration() == 1) {
-        gdcm::ImageChangePlanarConfiguration change;
-        change.SetPlanarConfiguration(0);
-        apply(image, change, &gdcm::ImageChangePlanarConfiguration::Change);
-    }
-    if (image.GetPhotometricInterpretation() == gdcm::PhotometricInterpretation::PALETTE_COLOR) {
-        gdcm::ImageApplyLookupTable palette;
-        apply(image, palette, &gdcm::ImageApplyLookupTable::Apply);
-    }
-}
-
 void describeSamples(const gdcm::Image& image, Picture& picture) {
-    using gdcm::PixelFormat;
     constexpr PixelFormat::ScalarType types[] = {PixelFormat::UINT8,  PixelFormat::INT8,
                                                  PixelFormat::UINT16, PixelFormat::INT16,
                                                  PixelFormat::UINT32, PixelFormat::INT32};
@@ -179,13 +150,12 @@ Slice openSlice(const fs::path& file) {
     const std::size_t start = header.GetStreamCurrentPosition();
     if (start >= fs::file_size(file)) throw Refusal("a DICOM file without a picture");
     refuseWhatIsNotRead(header.GetFile());
-    Tags tags(header.GetFile());
     const auto reader = std::make_shared<gdcm::ImageReader>();
     reader->SetFileName(file.c_str());
     if (!reader->Read()) throw std::runtime_error("its pixels are damaged");
-    gdcm::Image& image = reader->GetImage();
+    const gdcm::Image& image = reader->GetImage();
     requireWhole(file, start, image.GetDataElement(), image.GetBufferLength());
-    makePlain(image);
+    Tags tags(header.GetFile());
     Slice slice{file.filename().string(), tags.text(0x0020, 0x000e), {}};
     describeSamples(image, slice.contents.picture);
     placePicture(tags, slice.contents.picture);
@@ -199,26 +169,29 @@ Slice openSlice(const fs::path& file) {
     return slice;
 }
 
+bool areClose(const Vector& a, const Vector& b, double tolerance) {
+    return std::ranges::equal(a, b,
+                              [&](double x, double y) { return std::abs(x - y) <= tolerance; });
+}
+
 // What keeps a slice out of the series of the first; empty if nothing does.
 std::string differenceOf(const Slice& slice, const Slice& first) {
     constexpr double tolerance = 1e-4;  // of the components of a direction and of a spacing
     const Picture& own = slice.contents.picture;
     const Picture& other = first.contents.picture;
-    if (own.origin.empty()) return "has no place in space, nor a series with ";
-    if (slice.series != first.series) return "belongs to another series than ";
+    if (own.origin.empty()) return " has no place in space, nor a series with ";
+    if (slice.series != first.series) return " belongs to another series than ";
     if (own.sampleType != other.sampleType || own.channels != other.channels ||
         slice.contents.slope != first.contents.slope ||
         slice.contents.shift != first.contents.shift) {
-        return "has samples of another type or scale than ";
+        return " has samples of another type or scale than ";
     }
     for (int a = 0; a < 2; ++a) {
-        if (own.axes[a].extent != other.axes[a].extent) return "is of another size than ";
-        double farthest = std::abs(own.axes[a].spacing - other.axes[a].spacing);
-        for (int i = 0; i < 3; ++i) {
-            farthest =
-                std::max(farthest, std::abs(own.axes[a].direction[i] - other.axes[a].direction[i]));
+        if (own.axes[a].extent != other.axes[a].extent) return " is of another size than ";
+        if (!areClose({own.axes[a].spacing}, {other.axes[a].spacing}, tolerance) ||
+            !areClose(own.axes[a].direction, other.axes[a].direction, tolerance)) {
+            return " has another spacing or direction than ";
         }
-        if (farthest > tolerance) return "has another spacing or direction than ";
     }
     return "";
 }
@@ -230,12 +203,12 @@ std::vector<Slice> openSlices(const fs::path& folder) {
         const std::string name = entry.path().filename().string();
         if (!name.starts_with('.') && name != "DICOMDIR") files.push_back(entry.path());
     }
+    if (files.empty()) throw Refusal("this folder holds no DICOM files");
     std::ranges::sort(files);
     std::vector<Slice> slices;
     for (const fs::path& file : files) {
         const std::string name = file.filename().string();
-        const Format* format = fs::is_regular_file(file) ? formatOf(file) : nullptr;
-        if (!format || format->open != formatOfName(".dcm")->open) {
+        if (!fs::is_regular_file(file) || formatOf(file) != formatOf(folder)) {
             throw Refusal(name + " is no DICOM file");
         }
         try {
@@ -247,11 +220,9 @@ std::vector<Slice> openSlices(const fs::path& folder) {
         }
         const std::string difference = differenceOf(slices.back(), slices.front());
         if (!difference.empty() && files.size() > 1) {
-            throw Refusal(
-                std::string(name).append(" ").append(difference).append(slices.front().name));
+            throw Refusal(name + difference + slices.front().name);
         }
     }
-    if (slices.empty()) throw Refusal("this folder holds no DICOM files");
     return slices;
 }
 
@@ -272,14 +243,13 @@ double requireStack(const std::vector<Slice>& slices) {
         for (int c = 0; c < 3; ++c) way[c] -= placeOf(i - 1)[c];
         const double distance = dot(way, normal);
         const double aside = std::sqrt(std::max(0.0, dot(way, way) - distance * distance));
-        const std::string pair = slices[i - 1].name + " and " + slices[i].name;
-        if (distance < 1e-4) throw Refusal(pair + " stand in the same place");
-        if (aside > 0.01 * distance) {
-            throw Refusal(pair + " are shifted against each other, as by a tilted gantry");
-        }
-        if (std::abs(distance - mean) > 0.05 * mean) {
-            throw Refusal(pair + " stand " + std::to_string(distance) + " mm apart, the mean is " +
-                          std::to_string(mean) + ": slices are missing or uneven");
+        const std::pair<bool, const char*> reasons[] = {
+            {distance < 1e-4, " stand in the same place"},
+            {aside > 0.01 * distance, " are shifted against each other, as by a tilted gantry"},
+            {std::abs(distance - mean) > 0.05 * mean,
+             " are not as far apart as the others: slices are missing or uneven"}};
+        for (const auto& [isSo, reason] : reasons) {
+            if (isSo) throw Refusal(slices[i - 1].name + " and " + slices[i].name + reason);
         }
     }
     return mean;
@@ -287,19 +257,18 @@ double requireStack(const std::vector<Slice>& slices) {
 
 Contents openSeries(const fs::path& folder) {
     auto slices = std::make_shared<std::vector<Slice>>(openSlices(folder));
-    if (slices->size() == 1) return slices->front().contents;
-    const Vector normal = slices->front().contents.picture.axes[2].direction;
-    std::ranges::stable_sort(*slices, {}, [&](const Slice& slice) {
-        return dot(slice.contents.picture.origin, normal);
-    });
     Contents contents = slices->front().contents;
+    if (slices->size() == 1) return contents;
+    std::ranges::stable_sort(*slices, {}, [&](const Slice& slice) {
+        return dot(slice.contents.picture.origin, contents.picture.axes[2].direction);
+    });
     const std::uint64_t bytes = requireSize(contents.picture);
+    contents.picture.origin = slices->front().contents.picture.origin;
     contents.picture.axes[2].extent = static_cast<int>(slices->size());
     contents.picture.axes[2].spacing = requireStack(*slices);
     contents.read = [=](std::byte* samples) {
-        for (const Slice& slice : *slices) {
-            slice.contents.read(samples);
-            samples += bytes;
+        for (std::size_t i = 0; i < slices->size(); ++i) {
+            (*slices)[i].contents.read(samples + i * bytes);
         }
     };
     return contents;
@@ -312,10 +281,7 @@ bool recognises(std::string_view head) {
            head.starts_with("\x08\0\x05\0"sv) || head.starts_with("\x08\0\x16\0"sv);
 }
 
-const KnownFormat dicom({.name = "DICOM",
-                         .suffixes = {".dcm"},
-                         .recognises = recognises,
-                         .open = [](const fs::path& file) {
+const KnownFormat dicom({"DICOM", {".dcm"}, recognises, [](const fs::path& file) {
                              return fs::is_directory(file) ? openSeries(file)
                                                            : openSlice(file).contents;
                          }});

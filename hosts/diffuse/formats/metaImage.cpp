@@ -8,16 +8,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Reading from a file apart ends the header, and so does reading on behind it.
-TextHeader headerOf(const fs::path& file) {
-    return readHeader(file, '=', "elementdatafile");
-}
-
-fs::path companionOf(const fs::path& file) {
-    const std::string data = headerOf(file).field("elementdatafile");
-    return data == "LOCAL" ? fs::path() : requireNeighbour(file, data);
-}
-
 void placePicture(const TextHeader& header, Picture& picture) {
     const std::size_t count = picture.axes.size();
     if (header.has("elementspacing")) {
@@ -65,7 +55,8 @@ bool isSwapped(const TextHeader& header) {
 }
 
 Contents open(const fs::path& file) {
-    const TextHeader header = headerOf(file);
+    // Reading from a file apart ends the header, and so does reading on behind it.
+    const TextHeader header = readHeader(file, '=', "elementdatafile");
     const std::size_t dimensions = header.wordIn("ndims", {"0", "1", "2", "3"});
     refuseWhatIsNotRead(header, dimensions);
     Picture picture;
@@ -82,16 +73,11 @@ Contents open(const fs::path& file) {
         const bool isColour = picture.channels == 3 && picture.sampleType == SampleType::uint8;
         picture.pixelKind = isColour ? PixelKind::rgb : PixelKind::vector;
     }
-    const fs::path data = companionOf(file);
-    return withSamples(picture, {.file = data.empty() ? file : data,
-                                 .offset = data.empty() ? header.end : 0,
+    const std::string data = header.field("elementdatafile");
+    return withSamples(picture, {.file = file,
+                                 .name = data == "LOCAL" ? "" : data,
+                                 .offset = header.end,
                                  .isSwapped = isSwapped(header)});
-}
-
-void requireHeld(const Picture& picture) {
-    if (hasOpacity(picture.pixelKind)) {
-        throw Refusal("MetaImage holds no opacity; PNG, TIFF and NRRD do");
-    }
 }
 
 void write(const std::string& file, const Picture& picture) {
@@ -123,13 +109,9 @@ bool recognises(std::string_view head) {
     return head.find("NDims") < 2000 && head.find('=') < 2000;
 }
 
-const KnownFormat metaImage({.name = "MetaImage",
-                             .suffixes = {".mha", ".mhd"},
-                             .recognises = recognises,
-                             .open = open,
-                             .requireHeld = requireHeld,
-                             .write = write,
-                             .companion = companionOf});
+using enum PixelKind;
+const KnownFormat metaImage(
+    {"MetaImage", {".mha", ".mhd"}, recognises, open, write, {grey, rgb, vector}, allTypes});
 
 }  // namespace
 

@@ -22,8 +22,8 @@ constexpr char note[] = "nifti";  // the key of the header
 using Image = std::unique_ptr<nifti_image, void (*)(nifti_image*)>;
 
 // Colours have types of their own.
-constexpr int types[] = {DT_UINT8,  DT_INT8,  DT_UINT16,  DT_INT16,   DT_UINT32, DT_INT32,
-                         DT_UINT64, DT_INT64, DT_FLOAT32, DT_FLOAT64, DT_RGB24,  DT_RGBA32};
+constexpr short types[] = {DT_UINT8,  DT_INT8,  DT_UINT16,  DT_INT16,   DT_UINT32, DT_INT32,
+                           DT_UINT64, DT_INT64, DT_FLOAT32, DT_FLOAT64, DT_RGB24,  DT_RGBA32};
 
 void describeSamples(const nifti_image& image, Contents& contents) {
     Picture& picture = contents.picture;
@@ -50,23 +50,24 @@ void describeSamples(const nifti_image& image, Contents& contents) {
 // NIfTI counts to the right and to the front, pictures the other way. The matrix of the affine
 // transform goes before that of the scanner. Without either the place is unknown.
 void placePicture(const nifti_image& image, Picture& picture) {
+    if (image.xyz_units != NIFTI_UNITS_MM && image.xyz_units != NIFTI_UNITS_UNKNOWN) {
+        throw Refusal("its lengths are not in mm");
+    }
     const bool isPlaced = image.sform_code > 0 || image.qform_code > 0;
     const auto& matrix = (image.sform_code > 0 ? image.sto_xyz : image.qto_xyz).m;
-    const double unit = image.xyz_units == NIFTI_UNITS_METER    ? 1000
-                        : image.xyz_units == NIFTI_UNITS_MICRON ? 1e-3
-                                                                : 1;
-    const double signs[] = {-unit, -unit, unit};
+    constexpr double signs[] = {-1, -1, 1};
     const std::int64_t extents[] = {image.nx, image.ny, image.nz};
     const double spacings[] = {image.dx, image.dy, image.dz};
     for (int a = 0; a < 3; ++a) {
-        Axis& axis = picture.axes.emplace_back();
-        axis.extent = requireExtent(extents[a]);
-        axis.spacing = unit * (spacings[a] == 0 && extents[a] == 1 ? 1 : spacings[a]);
-        if (!isPlaced) continue;
-        axis.spacing = unit * std::hypot(matrix[0][a], matrix[1][a], matrix[2][a]);
-        for (int i = 0; i < 3; ++i)
-            axis.direction.push_back(matrix[i][a] * signs[i] / axis.spacing);
-        picture.origin.push_back(matrix[a][3] * signs[a]);
+        Axis axis{requireExtent(extents[a]), spacings[a] == 0 && extents[a] == 1 ? 1 : spacings[a]};
+        if (isPlaced) {
+            axis.spacing = std::hypot(matrix[0][a], matrix[1][a], matrix[2][a]);
+            for (int i = 0; i < 3; ++i) {
+                axis.direction.push_back(matrix[i][a] * signs[i] / axis.spacing);
+            }
+            picture.origin.push_back(matrix[a][3] * signs[a]);
+        }
+        picture.axes.push_back(axis);
     }
 }
 
@@ -108,19 +109,6 @@ Contents open(const fs::path& file) {
     return contents;
 }
 
-void requireHeld(const Picture& picture) {
-    constexpr int longest = 32767;
-    const bool isHeld = picture.pixelKind == PixelKind::grey ||
-                        (inColour(picture.pixelKind) && picture.sampleType == SampleType::uint8);
-    if (!isHeld) throw Refusal("NIfTI holds greys, and colours of 8 bits; NRRD holds any channels");
-    for (const Axis& axis : picture.axes) {
-        if (axis.extent > longest) throw Refusal("NIfTI holds axes of at most 32767 samples");
-    }
-    if (!picture.origin.empty() && picture.origin.size() != 3) {
-        throw Refusal("NIfTI holds no place in a plane; NRRD and MetaImage do");
-    }
-}
-
 // The matrix of the affine transform with the code of the header before; the other one, which holds
 // turned axes at right angles alone, is left out.
 void placeHeader(const Picture& picture, nifti_1_header& header) {
@@ -130,47 +118,36 @@ void placeHeader(const Picture& picture, nifti_1_header& header) {
     header.dim[0] = static_cast<short>(picture.axes.size());
     header.xyzt_units = NIFTI_UNITS_MM;
     header.qform_code = 0;
-    header.sform_code = picture.origin.empty()  ? short{0}
-                        : header.sform_code > 0 ? header.sform_code
-                                                : short{1};
+    if (picture.origin.empty()) header.sform_code = 0;
+    if (!picture.origin.empty() && header.sform_code == 0) header.sform_code = 1;
     for (std::size_t a = 0; a < picture.axes.size(); ++a) {
         const Axis& axis = picture.axes[a];
         header.dim[a + 1] = static_cast<short>(axis.extent);
         header.pixdim[a + 1] = static_cast<float>(axis.spacing);
-        for (std::size_t i = 0; i < std::size(rows) && i < axis.direction.size(); ++i) {
+        for (std::size_t i = 0; i < axis.direction.size(); ++i) {
             rows[i][a] = static_cast<float>(signs[i] * axis.direction[i] * axis.spacing);
             rows[i][3] = static_cast<float>(signs[i] * picture.origin[i]);
         }
     }
 }
 
-// Whether the header says of the place what the picture says.
-bool tellsThePlaceOf(const Picture& picture, const nifti_1_header& header) {
-    const Image image(nifti_convert_n1hdr2nim(header, "header"), nifti_image_free);
-    if (!image) return false;
-    Picture told;
-    placePicture(*image, told);
-    return told.origin == picture.origin && told.axes == picture.axes;
-}
-
+// A kept header tells the place of a picture of its size; a slice has another one.
 nifti_1_header headerFor(const Picture& picture) {
     nifti_1_header header{};
-    const auto kept = picture.notes.find(note);
-    if (kept != picture.notes.end()) {
+    std::fill(std::begin(header.pixdim), std::end(header.pixdim), 1.0F);
+    bool isPlaced = false;
+    if (const auto kept = picture.notes.find(note); kept != picture.notes.end()) {
         std::memcpy(&header, kept->second.data(), sizeof header);
-        if (!tellsThePlaceOf(picture, header)) placeHeader(picture, header);
-    } else {
-        std::fill(std::begin(header.pixdim), std::end(header.pixdim), 1.0F);
-        placeHeader(picture, header);
+        isPlaced = std::equal(
+            picture.axes.begin(), picture.axes.end(), std::begin(header.dim) + 1,
+            [](const Axis& axis, short extent) { return axis.extent == std::max<int>(extent, 1); });
     }
-    const int type =
-        inColour(picture.pixelKind) ? 7 + picture.channels : static_cast<int>(picture.sampleType);
-    int bytes = 0;
-    int unused = 0;
-    nifti_datatype_sizes(types[type], &bytes, &unused);
+    if (!isPlaced) placeHeader(picture, header);
+    const bool isColour = inColour(picture.pixelKind);
     header.sizeof_hdr = sizeof header;
-    header.datatype = static_cast<short>(types[type]);
-    header.bitpix = static_cast<short>(8 * bytes);
+    header.datatype = types[isColour ? 7 + picture.channels : static_cast<int>(picture.sampleType)];
+    header.bitpix =
+        static_cast<short>(8 * sizeOf(picture.sampleType) * (isColour ? picture.channels : 1));
     header.scl_slope = 1;
     header.scl_inter = 0;
     header.vox_offset = sizeof header + 4;
@@ -178,19 +155,21 @@ nifti_1_header headerFor(const Picture& picture) {
     return header;
 }
 
-void write(const std::string& file, const Picture& picture, bool isPacked) {
-    nifti_set_debug_level(0);
+template <bool packs>
+void write(const std::string& file, const Picture& picture) {
+    const auto isTooLong = [](const Axis& axis) { return axis.extent > 32767; };
+    const bool isColour = inColour(picture.pixelKind);
+    const std::pair<bool, const char*> lost[] = {
+        {isColour && picture.sampleType != SampleType::uint8, "colours of more than 8 bits"},
+        {std::ranges::any_of(picture.axes, isTooLong), "axes of more than 32767 samples"},
+        {picture.origin.size() == 2, "a place in a plane"}};
+    for (const auto& [isLost, what] : lost) {
+        if (isLost) throw Refusal(std::string("NIfTI holds no ") + what);
+    }
     const nifti_1_header header = headerFor(picture);
     std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
     bytes.append(4, '\0');
-    writeWithHeader(file, bytes, picture, isPacked);
-}
-
-void writePlain(const std::string& file, const Picture& picture) {
-    write(file, picture, false);
-}
-void writePacked(const std::string& file, const Picture& picture) {
-    write(file, picture, true);
+    writeWithHeader(file, bytes, picture, packs);
 }
 
 bool recognises(std::string_view head) {
@@ -198,10 +177,14 @@ bool recognises(std::string_view head) {
            nifti_header_version(head.data(), head.size()) >= 0;
 }
 
-const KnownFormat nifti(
-    {"NIfTI", {".nii"}, recognises, open, requireHeld, writePlain, false});
-const KnownFormat packedNifti(
-    {"NIfTI", {".nii.gz"}, recognises, open, requireHeld, writePacked, false});
+// Of what gzip packs, only this format is read.
+bool isPacked(std::string_view head) {
+    return head.starts_with("\x1f\x8b");
+}
+
+const std::vector<PixelKind> kinds = {PixelKind::grey, PixelKind::rgb, PixelKind::rgba};
+const KnownFormat plain({"NIfTI", {".nii"}, recognises, open, write<false>, kinds, allTypes});
+const KnownFormat packed({"NIfTI", {".nii.gz"}, isPacked, open, write<true>, kinds, allTypes});
 
 }  // namespace
 

@@ -14,15 +14,6 @@ namespace fs = std::filesystem;
 
 constexpr char note[] = "nrrd";  // the key of the lines that are kept as they are
 
-TextHeader headerOf(const fs::path& file) {
-    return readHeader(file, ':', "");
-}
-
-fs::path companionOf(const fs::path& file) {
-    const TextHeader header = headerOf(file);
-    return header.has("datafile") ? requireNeighbour(file, header.field("datafile")) : fs::path();
-}
-
 // Whether the first axis holds channels.
 bool readChannels(const TextHeader& header, std::vector<int>& sizes, Picture& picture) {
     std::string kind;
@@ -43,34 +34,37 @@ bool readChannels(const TextHeader& header, std::vector<int>& sizes, Picture& pi
     return true;
 }
 
+// "(1,0,0) none (0,1,0)" as plain numbers.
+std::string unwrapped(std::string text) {
+    if (text.starts_with("none ")) text.erase(0, 5);
+    std::ranges::replace_if(
+        text, [](char c) { return c == '(' || c == ')' || c == ','; }, ' ');
+    return text;
+}
+
 // Steps become directions of left, posterior and superior.
-void placePicture(TextHeader& header, Picture& picture, std::size_t axes) {
+void placePicture(TextHeader& header, Picture& picture) {
     const bool isPlane = header.field("spacedimension") == "2";
-    const std::size_t space =
-        isPlane
-            ? 0
-            : header.wordIn("space", {"left-posterior-superior", "LPS", "left-anterior-superior",
-                                      "LAS", "right-anterior-superior", "RAS"});
+    const Words spaces = {"left-posterior-superior", "LPS", "right-anterior-superior", "RAS"};
+    const double sign = !isPlane && header.wordIn("space", spaces) >= 2 ? -1 : 1;
     const std::size_t count = isPlane ? 2 : 3;
-    const double signs[] = {space >= 4 ? -1.0 : 1.0, space >= 2 ? -1.0 : 1.0, 1.0};
+    const double signs[] = {sign, sign, 1};
     for (const char* name : {"spacedirections", "spaceorigin"}) {
-        if (!header.has(name)) continue;
-        std::string& text = header.fields[name];
-        if (text.starts_with("none ")) text.erase(0, 5);
-        std::ranges::replace_if(
-            text, [](char c) { return c == '(' || c == ')' || c == ','; }, ' ');
+        if (header.has(name)) header.fields[name] = unwrapped(header.field(name));
     }
-    const std::vector<double> steps = header.numbers("spacedirections", count * axes);
+    const auto steps = header.numbers("spacedirections", count * picture.axes.size());
     picture.origin.resize(count);
     if (header.has("spaceorigin")) picture.origin = header.numbers("spaceorigin", count);
+    auto step = steps.begin();
     for (std::size_t i = 0; i < count; ++i) picture.origin[i] *= signs[i];
-    for (std::size_t a = 0; a < axes; ++a) {
-        Axis& axis = picture.axes[a];
-        const auto step = [&](std::size_t i) { return i < count ? steps[count * a + i] : 0; };
-        axis.spacing = std::hypot(step(0), step(1), step(2));
-        for (std::size_t i = 0; i < count; ++i) {
-            axis.direction.push_back(signs[i] * step(i) / axis.spacing);
+    for (Axis& axis : picture.axes) {
+        double square = 0;
+        for (std::size_t i = 0; i < count; ++i, ++step) {
+            square += *step * *step;
+            axis.direction.push_back(signs[i] * *step);
         }
+        axis.spacing = std::sqrt(square);
+        for (double& component : axis.direction) component /= axis.spacing;
     }
 }
 
@@ -79,7 +73,7 @@ void readAxes(TextHeader& header, Picture& picture) {
     std::vector<int> sizes = header.extents("sizes", header.wordIn("dimension", counts) + 1);
     const bool hasChannels = readChannels(header, sizes, picture);
     for (const int size : sizes) picture.axes.push_back({size});
-    if (header.has("spacedirections")) return placePicture(header, picture, sizes.size());
+    if (header.has("spacedirections")) return placePicture(header, picture);
     if (!header.has("spacings")) return;
     const auto spacings = header.numbers("spacings", sizes.size() + hasChannels);
     for (std::size_t a = 0; a < sizes.size(); ++a) {
@@ -89,7 +83,7 @@ void readAxes(TextHeader& header, Picture& picture) {
 }
 
 Contents open(const fs::path& file) {
-    TextHeader header = headerOf(file);
+    TextHeader header = readHeader(file, ':', "");
     header.allow({"type", "dimension", "sizes", "spacings", "kinds", "space", "spacedimension",
                   "spacedirections", "spaceorigin", "spaceunits", "content", "endian", "encoding",
                   "datafile"});
@@ -111,19 +105,13 @@ Contents open(const fs::path& file) {
     readAxes(header, picture);
     if (header.has("content")) header.notes += "content: " + header.field("content") + "\n";
     if (!header.notes.empty()) picture.notes[note] = header.notes;
-    const fs::path data = companionOf(file);
     const bool isWide = sizeOf(picture.sampleType) > 1;
     return withSamples(picture,
-                       {.file = data.empty() ? file : data,
-                        .offset = data.empty() ? header.end : 0,
+                       {.file = file,
+                        .name = header.field("datafile"),
+                        .offset = header.end,
                         .isPacked = header.wordIn("encoding", {"raw", "gzip", "gz"}) > 0,
                         .isSwapped = isWide && header.wordIn("endian", {"little", "big"}) == 1});
-}
-
-void requireHeld(const Picture& picture) {
-    if (picture.pixelKind == PixelKind::greyOpacity) {
-        throw Refusal("NRRD holds no grey with opacity; PNG and TIFF do");
-    }
 }
 
 void write(const std::string& file, const Picture& picture) {
@@ -160,17 +148,13 @@ void write(const std::string& file, const Picture& picture) {
     writeWithHeader(file, header + "\n", picture);
 }
 
-const KnownFormat nrrd({.name = "NRRD",
-                        .suffixes = {".nrrd", ".nhdr"},
-                        .recognises =
-                            [](auto head) {
-                                return head.starts_with("NRRD000") && head.size() > 7 &&
-                                       head[7] >= '1' && head[7] <= '5';
-                            },
-                        .open = open,
-                        .requireHeld = requireHeld,
-                        .write = write,
-                        .companion = companionOf});
+bool recognises(std::string_view head) {
+    return head.starts_with("NRRD000") && head.size() > 7 && head[7] >= '1' && head[7] <= '5';
+}
+
+using enum PixelKind;
+const KnownFormat nrrd(
+    {"NRRD", {".nrrd", ".nhdr"}, recognises, open, write, {grey, rgb, rgba, vector}, allTypes});
 
 }  // namespace
 

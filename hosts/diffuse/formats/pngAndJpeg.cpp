@@ -74,15 +74,20 @@ bool isPng(std::string_view head) {
 bool isJpeg(std::string_view head) {
     return head.starts_with("\xff\xd8\xff");
 }
-void requirePng(const Picture& picture) {
-    requireFlat(picture, true, true);
-}
-void requireJpeg(const Picture& picture) {
-    requireFlat(picture, false, false);
-}
 
-const KnownFormat png({"PNG", {".png"}, isPng, openPng, requirePng, writePng, true});
-const KnownFormat jpeg({"JPEG", {".jpg", ".jpeg"}, isJpeg, openJpeg, requireJpeg, writeJpeg, true});
+using enum PixelKind;
+using enum SampleType;
+const KnownFormat png({"PNG",
+                       {".png"},
+                       isPng,
+                       openPng,
+                       writePng,
+                       {grey, greyOpacity, rgb, rgba},
+                       {uint8, uint16},
+                       false,
+                       true});
+const KnownFormat jpeg(
+    {"JPEG", {".jpg", ".jpeg"}, isJpeg, openJpeg, writeJpeg, {grey, rgb}, {uint8}, false, true});
 
 }  // namespace
 

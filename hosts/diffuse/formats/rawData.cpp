@@ -1,22 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "rawData.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-#include <zlib.h>
+#include <libdeflate.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <fstream>
-#include <new>
 #include <span>
 #include <sstream>
 
-#include "../parallel.h"
+#include "picture/parallel.h"
 
 namespace diffuse {
 
@@ -39,29 +35,42 @@ void readPlain(const RawSamples& raw, std::span<std::byte> samples) {
     if (!stream) throw std::runtime_error("the file ends too early");
 }
 
-// A file that only looks packed is taken for such.
+// Of gzip: streams one behind the other.
 void readPacked(const RawSamples& raw, std::span<std::byte> samples) {
-    constexpr std::size_t most = 1 << 30;
-    const int file = open(raw.file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0 || lseek(file, static_cast<off_t>(raw.offset), SEEK_SET) < 0) {
-        throw std::runtime_error(std::strerror(errno));
+    std::ostringstream bytes;
+    bytes << std::ifstream(raw.file, std::ios::binary).seekg(raw.offset).rdbuf();
+    const std::string packed = std::move(bytes).str();
+    std::vector<std::byte> plain(raw.skipped + samples.size());
+    auto* const unpack = libdeflate_alloc_decompressor();
+    std::size_t end = 0;
+    auto result = LIBDEFLATE_SUCCESS;
+    for (std::size_t at = 0; at < packed.size() && result == LIBDEFLATE_SUCCESS;) {
+        std::size_t taken = 0;
+        std::size_t given = 0;
+        result = libdeflate_gzip_decompress_ex(unpack, &packed[at], packed.size() - at, &plain[end],
+                                               plain.size() - end, &taken, &given);
+        at += taken;
+        end += given;
     }
-    auto* const stream = gzdopen(file, "rb");
-    if (!stream) throw std::bad_alloc();
-    gzbuffer(stream, 1 << 17);
-    std::vector<std::byte> skipped(raw.skipped);
-    std::byte behind{};
-    int count = 1;
-    for (std::span<std::byte> part : {std::span(skipped), samples, std::span(&behind, 1)}) {
-        while (count > 0 && !part.empty()) {
-            count = gzread(stream, part.data(), static_cast<unsigned>(std::min(part.size(), most)));
-            part = part.subspan(std::max(count, 0));
-        }
-        if (count < 1 && part.data() != &behind) count = -1;
+    libdeflate_free_decompressor(unpack);
+    if (result == LIBDEFLATE_INSUFFICIENT_SPACE) {
+        throw std::runtime_error("more follows than its header tells of");
     }
-    const bool isWhole = gzclose_r(stream) == Z_OK && count == 0;
-    if (count > 0) throw std::runtime_error("more follows than its header tells of");
-    if (!isWhole) throw std::runtime_error("its packed samples are damaged, or end too early");
+    if (result != LIBDEFLATE_SUCCESS || end < plain.size()) {
+        throw std::runtime_error("its packed samples are damaged, or end too early");
+    }
+    std::ranges::copy(std::span(plain).subspan(raw.skipped), samples.begin());
+}
+
+fs::path requireNeighbour(const fs::path& header, const std::string& name) {
+    const fs::path plain = fs::path(name).lexically_normal();
+    fs::path file = header.parent_path() / plain;
+    if (plain.has_parent_path() || fs::weakly_canonical(fs::absolute(file)).parent_path() !=
+                                       fs::weakly_canonical(fs::absolute(header)).parent_path()) {
+        throw Refusal("its samples stand outside its folder, in " + name);
+    }
+    if (!fs::is_regular_file(file)) throw Refusal("its samples are not there, in " + name);
+    return file;
 }
 
 template <std::size_t size>
@@ -71,50 +80,26 @@ void swapBytes(std::span<std::byte> samples) {
     }
 }
 
-// A piece of a stream of gzip that is packed by itself.
-struct Block {
-    std::span<const std::byte> plain;
-    std::vector<std::byte> packed = {};  // empty if that failed
-    std::uint32_t checksum = 0;
+// A stream of gzip of its own.
+std::string packed(std::span<const std::byte> plain) {
+    auto* const pack = libdeflate_alloc_compressor(6);
+    std::string bytes(libdeflate_gzip_compress_bound(pack, plain.size()), '\0');
+    bytes.resize(
+        libdeflate_gzip_compress(pack, plain.data(), plain.size(), bytes.data(), bytes.size()));
+    libdeflate_free_compressor(pack);
+    return bytes;
+}
 
-    void pack(bool isLast) {
-        const auto* bytes = reinterpret_cast<const Bytef*>(plain.data());
-        const auto size = static_cast<uInt>(plain.size());
-        checksum = crc32(0, bytes, size);
-        z_stream stream{};
-        if (deflateInit2(&stream, 6, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK) return;
-        packed.resize(deflateBound(&stream, size) + 16);
-        stream.next_in = const_cast<Bytef*>(bytes);
-        stream.avail_in = size;
-        stream.next_out = reinterpret_cast<Bytef*>(packed.data());
-        stream.avail_out = static_cast<uInt>(packed.size());
-        deflate(&stream, isLast ? Z_FINISH : Z_SYNC_FLUSH);
-        packed.resize(stream.avail_in == 0 ? stream.total_out : 0);
-        deflateEnd(&stream);
-    }
-};
-
-// One member of gzip, as every reader knows it, whose blocks are packed on all threads.
+// Streams one behind the other, which gzip takes for one, packed on all threads.
 void writePacked(std::ostream& stream, std::span<const std::byte> header,
                  std::span<const std::byte> samples) {
-    constexpr std::size_t size = 1 << 19;
-    std::vector<Block> blocks = {{header}};
-    for (; !samples.empty(); samples = samples.subspan(std::min(size, samples.size()))) {
-        blocks.push_back({samples.first(std::min(size, samples.size()))});
-    }
-    inParts(blocks.size(), 1, [&](std::size_t i, std::size_t) {
-        blocks[i].pack(i + 1 == blocks.size());
+    constexpr std::size_t size = 1 << 20;
+    std::vector<std::string> parts((samples.size() + size - 1) / size);
+    inParts(samples.size(), size, [&](std::size_t begin, std::size_t end) {
+        parts[begin / size] = packed(samples.subspan(begin, end - begin));
     });
-    stream.write("\x1f\x8b\x08\0\0\0\0\0\0\x03", 10);
-    std::uint32_t ending[2] = {};  // checksum and length
-    for (const Block& block : blocks) {
-        if (block.packed.empty()) throw std::bad_alloc();
-        const auto length = static_cast<std::streamsize>(block.packed.size());
-        stream.write(reinterpret_cast<const char*>(block.packed.data()), length);
-        ending[0] = crc32_combine(ending[0], block.checksum, static_cast<z_off_t>(block.plain.size()));
-        ending[1] += block.plain.size();
-    }
-    stream.write(reinterpret_cast<const char*>(ending), sizeof ending);
+    stream << packed(header);
+    for (const std::string& part : parts) stream << part;
 }
 
 }  // namespace
@@ -189,18 +174,12 @@ TextHeader readHeader(const fs::path& file, char separator, const std::string& l
     return header;
 }
 
-fs::path requireNeighbour(const fs::path& header, const std::string& name) {
-    const fs::path plain = fs::path(name).lexically_normal();
-    fs::path file = header.parent_path() / plain;
-    if (plain.has_parent_path() || fs::weakly_canonical(fs::absolute(file)).parent_path() !=
-                                       fs::weakly_canonical(fs::absolute(header)).parent_path()) {
-        throw Refusal("its samples stand outside its folder, in " + name);
+Contents withSamples(const Picture& picture, RawSamples raw) {
+    Contents contents{picture};
+    if (!raw.name.empty()) {
+        raw.file = contents.companion = requireNeighbour(raw.file, raw.name);
+        raw.offset = 0;
     }
-    if (!fs::is_regular_file(file)) throw Refusal("its samples are not there, in " + name);
-    return file;
-}
-
-Contents withSamples(const Picture& picture, const RawSamples& raw) {
     const std::uint64_t bytes = requireSize(picture);
     const std::uint64_t present = fs::file_size(raw.file) - raw.skipped - raw.offset;
     if (!raw.isPacked && present != bytes) {
@@ -208,7 +187,6 @@ Contents withSamples(const Picture& picture, const RawSamples& raw) {
                                      ? "the file ends too early"
                                      : "more follows than its header tells of");
     }
-    Contents contents{picture};
     contents.read = [=](std::byte* samples) {
         const std::span all(samples, bytes);
         raw.isPacked ? readPacked(raw, all) : readPlain(raw, all);

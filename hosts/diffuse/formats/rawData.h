@@ -37,14 +37,10 @@ struct TextHeader {
 // Throws Refusal if a field comes twice, std::runtime_error if the header does not end.
 TextHeader readHeader(const std::filesystem::path& file, char separator, const std::string& last);
 
-// The file of that name beside the header. Throws Refusal if it is none, or lies in another folder,
-// itself or by a link.
-std::filesystem::path requireNeighbour(const std::filesystem::path& header,
-                                       const std::string& name);
-
 // Samples as they stand in a file.
 struct RawSamples {
     std::filesystem::path file;
+    std::string name = {};       // of the file beside it that holds them, if it does not
     std::uintmax_t offset = 0;   // in the file, of the samples or of the stream they are packed in
     bool isPacked = false;       // by gzip
     std::uintmax_t skipped = 0;  // bytes before the samples, once they are unpacked
@@ -52,8 +48,9 @@ struct RawSamples {
 };
 
 // A picture with these samples. Throws std::runtime_error if the file holds more or fewer; where
-// they are packed, that shows when they are read.
-Contents withSamples(const Picture& picture, const RawSamples& raw);
+// they are packed, that shows when they are read. Throws Refusal if the name is that of no file
+// or leads to another folder, itself or by a link.
+Contents withSamples(const Picture& picture, RawSamples raw);
 
 // Writes the header and all samples, packed by gzip or plain.
 // Throws std::runtime_error if that fails.

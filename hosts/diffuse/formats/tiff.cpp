@@ -124,18 +124,22 @@ bool recognises(std::string_view head) {
            head.starts_with("II+\0"sv) || head.starts_with("MM\0+"sv);
 }
 
-void requireHeld(const Picture& picture) {
-    if (sizeOf(picture.sampleType) == 8 || picture.pixelKind == PixelKind::vector) {
-        throw Refusal("TIFF is written with greys and colours of up to 32 bits; NRRD holds others");
-    }
-}
-
 void write(const std::string& file, const Picture& picture) {
     const bool isBig = picture.bytes() > 4'000'000'000;
     savePages("tiffsave", file, picture, vips::VImage::option()->set("bigtiff", isBig));
 }
 
-const KnownFormat tiff({"TIFF", {".tif", ".tiff"}, recognises, open, requireHeld, write, true});
+using enum PixelKind;
+using enum SampleType;
+const KnownFormat tiff({"TIFF",
+                        {".tif", ".tiff"},
+                        recognises,
+                        open,
+                        write,
+                        {grey, greyOpacity, rgb, rgba},
+                        {uint8, int8, uint16, int16, uint32, int32, float32},
+                        true,
+                        true});
 
 }  // namespace
 

@@ -130,17 +130,4 @@ void savePages(const char* saver, const std::string& file, const Picture& pictur
     VImage::call(saver, options->set("in", image)->set("filename", file.c_str()));
 }
 
-void requireFlat(const Picture& picture, bool canBeWide, bool canBeClear) {
-    const bool isNarrow = picture.sampleType == SampleType::uint8;
-    if (picture.dimensions() > 2) throw Refusal("this format holds no volumes; TIFF does");
-    if (picture.pixelKind == PixelKind::vector ||
-        !(isNarrow || (canBeWide && picture.sampleType == SampleType::uint16))) {
-        throw Refusal(std::string("this format holds greys and colours of ") +
-                      (canBeWide ? "8 or 16" : "8") + " bits from 0 up; NRRD holds others");
-    }
-    if (!canBeClear && hasOpacity(picture.pixelKind)) {
-        throw Refusal("this format holds no opacity; PNG and TIFF do");
-    }
-}
-
 }  // namespace diffuse

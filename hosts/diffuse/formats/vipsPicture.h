@@ -18,8 +18,4 @@ Contents loadPages(const char* loader, const std::filesystem::path& file, int pa
 void savePages(const char* saver, const std::string& file, const Picture& picture,
                vips::VOption* options);
 
-// Throws Refusal for volumes, for channels that are no colours, and for samples of other types
-// than uint8 and, where they can be wide, uint16.
-void requireFlat(const Picture& picture, bool canBeWide, bool canBeClear);
-
 }  // namespace diffuse

@@ -83,11 +83,9 @@ TEST_F(DiffuseFolder, RefusesFilesThatEndTooEarly) {
     std::string zeros;
     for (int i = 0; i < 60 * 61; ++i) zeros += "0 ";
     write("flat.nrrd", "uint8", "61 60", zeros);
-    write("colours.nrrd", "uint8", "3 61 20", zeros, "kinds: RGB-color domain domain\n");
     for (const std::string name :
-         {"a.png", "a.tif", "a.jpg", "a.bmp", "a.nii", "a.nii.gz", "a.nrrd", "a.mha"}) {
-        const std::string source = name == "a.bmp" ? "colours.nrrd" : "flat.nrrd";
-        ASSERT_EQ(run(source + " -k 1 -n 0 --add-noise 90 -o " + name), 0) << complaint;
+         {"a.png", "a.tif", "a.jpg", "a.nii", "a.nii.gz", "a.nrrd", "a.mha"}) {
+        ASSERT_EQ(run("flat.nrrd -k 1 -n 0 --add-noise 90 -o " + name), 0) << complaint;
         ASSERT_EQ(run(name + " -k 1 -n 0 -o out.nrrd"), 0) << complaint;
         fs::remove(folder / "out.nrrd");
         const fs::path data = folder / name;

@@ -60,10 +60,8 @@ std::vector<Channel> Picture::filtered() const {
     return channelsOf(*this, filteredChannels());
 }
 
-Shown Picture::shown() const {
-    Shown shown{channelsOf(*this, inColour(pixelKind) ? 3 : 1), {}};
-    for (const Axis& axis : axes) shown.directions.push_back(axis.direction);
-    return shown;
+std::vector<Channel> Picture::shown() const {
+    return channelsOf(*this, inColour(pixelKind) ? 3 : 1);
 }
 
 Picture converted(const Picture& picture, SampleType type, double slope, double shift) {

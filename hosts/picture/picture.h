@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "report/samples.h"
-#include "report/sheet.h"
+#include "samples.h"
 
 namespace diffuse {
 
@@ -53,8 +52,8 @@ struct Picture {
     [[nodiscard]] std::size_t bytes() const;  // of all samples
     void makeRoom();                          // for samples of its own
     [[nodiscard]] std::vector<Channel> filtered() const;
-    // Colours without their opacity, of vectors the first component.
-    [[nodiscard]] Shown shown() const;
+    // Those that are looked at: colours without their opacity, of vectors the first component.
+    [[nodiscard]] std::vector<Channel> shown() const;
 };
 
 // The picture with samples of its own, each `slope * sample + shift` in the other type.
