@@ -145,15 +145,18 @@ def read_only_page(path):
 def read_nifti(path):
     image = nibabel.load(path)
     samples = np.asanyarray(image.dataobj)
+    shape = samples.shape + (1,) * (4 - samples.ndim)
     if samples.dtype.fields:
         samples = np.stack([samples[name] for name in samples.dtype.names], -1)
-        samples = samples.reshape(samples.shape[:3] + (1,) * (5 - samples.ndim) + (-1,))
-    samples = samples.reshape(samples.shape + (1,) * (5 - samples.ndim))
+    samples = samples.reshape(shape + (-1,))
     if samples.ndim != 5 or samples.shape[3] != 1:
         raise ValueError(f"of shape {samples.shape}")
     slope = getattr(image.dataobj, "slope", 1), getattr(image.dataobj, "inter", 0)
-    return Image(samples[:, :, :, 0].transpose(2, 1, 0, 3), LPS @ image.affine[:3, 3],
-                 LPS @ image.affine[:3, :3], "exact" if slope == (1, 0) else "rescaled")
+    likeness = "exact" if slope == (1, 0) else "rescaled"
+    found = Image(samples[:, :, :, 0].transpose(2, 1, 0, 3), likeness=likeness)
+    if not image.header["sform_code"] and not image.header["qform_code"]:
+        return found
+    return placed(found, image.affine[:3, 3], image.affine[:3, :3], True)
 
 
 def read_slice(path):
@@ -279,17 +282,16 @@ def read_meta(path):
                      "<>"[is_true[0] or is_true[1]] + META_TYPES[fields["ElementType"]],
                      [channels] * (channels > 1) + sizes,
                      "gzip" if is_true[2] else "raw" if is_true[3] else "text")
-    count = len(sizes)
+    image, count = Image(in_pages(samples, channels > 1)), len(sizes)
+    if not fields.keys() & {"TransformMatrix", "Offset"}:
+        return image
 
-    def numbers(default, *names):
-        found = [fields[name] for name in names if name in fields]
-        return np.array(found[0].split() if found else default, float)
+    def numbers(name, default):
+        return np.array(fields[name].split() if name in fields else default, float)
 
-    matrix = numbers(np.eye(count).ravel(), "TransformMatrix", "Rotation", "Orientation")
-    spacing = numbers([1] * count, "ElementSpacing", "ElementSize")
-    return placed(Image(in_pages(samples, channels > 1)),
-                  numbers([0] * count, "Offset", "Position", "Origin"),
-                  matrix.reshape(count, count).T * spacing)
+    matrix = numbers("TransformMatrix", np.eye(count).ravel()).reshape(count, count)
+    return placed(image, numbers("Offset", [0] * count),
+                  matrix.T * numbers("ElementSpacing", [1] * count))
 
 
 READERS = {".png": read_pillow, ".jpg": read_pillow, ".bmp": read_pillow, ".tif": read_tiff,
