@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // DICOM: a file with a picture, or a folder with one series of such files. Read by GDCM and not
 // written: a result would need an identity and a history that no filter can make up.
+#include <gdcmImageChangeTransferSyntax.h>
 #include <gdcmImageReader.h>
 #include <gdcmStringFilter.h>
 
@@ -156,8 +157,13 @@ Slice openSlice(const fs::path& file) {
     reader->SetFileName(file.c_str());
     if (!reader->Read()) throw std::runtime_error("its pixels are damaged");
     refuseWhatIsNotRead(reader->GetFile());  // damage may hide elements from the header
-    const gdcm::Image& image = reader->GetImage();
+    gdcm::Image& image = reader->GetImage();
     requireWhole(file, start, image.GetDataElement(), image.GetBufferLength());
+    gdcm::ImageChangeTransferSyntax unpack;
+    unpack.SetTransferSyntax(TransferSyntax::ImplicitVRLittleEndian);
+    unpack.SetInput(image);
+    if (!unpack.Change()) throw std::runtime_error("its pixels are damaged");
+    image = static_cast<const gdcm::Image&>(unpack.GetOutput());
     Tags tags(reader->GetFile());
     Slice slice{file.filename().string(), tags.text(0x0020, 0x000e), {}};
     describeSamples(image, slice.contents.picture);
