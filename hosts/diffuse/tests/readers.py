@@ -15,7 +15,6 @@ import PIL.Image
 import PIL.ImageFile
 import PIL.ImageOps
 import pydicom
-import pydicom.pixel_data_handlers.util as dicom_pixels
 import tifffile
 from pydicom.uid import ExplicitVRBigEndian, ExplicitVRLittleEndian, ImplicitVRLittleEndian
 
@@ -166,22 +165,16 @@ def read_slice(path):
             ImplicitVRLittleEndian if data.is_implicit_VR else
             ExplicitVRLittleEndian if data.is_little_endian else ExplicitVRBigEndian)
     samples = data.pixel_array
-    meaning = data.PhotometricInterpretation
-    if meaning == "PALETTE COLOR":
-        samples = dicom_pixels.apply_color_lut(samples, data)
-    elif meaning.startswith("YBR_FULL"):
-        samples = dicom_pixels.convert_color_space(samples, meaning, "RGB")
     slope, intercept = float(data.get("RescaleSlope", 1)), float(data.get("RescaleIntercept", 0))
     rescaled = (slope, intercept) != (1, 0)
     image = Image(in_pages(samples * slope + intercept if rescaled else samples,
-                           data.SamplesPerPixel > 1 or meaning == "PALETTE COLOR"),
+                           data.SamplesPerPixel > 1),
                   likeness="rescaled" if rescaled else "exact")
     if "ImagePositionPatient" not in data or "ImageOrientationPatient" not in data:
         return image
     row, column = np.reshape(data.ImageOrientationPatient, (2, 3)).astype(float)
     spacing = [float(value) for value in data.PixelSpacing]
-    offsets = [float(o) for o in data.get("GridFrameOffsetVector", [])] or [0, 1]
-    distance = float(data.get("SpacingBetweenSlices", offsets[1] - offsets[0]))
+    distance = float(data.get("SpacingBetweenSlices", 1))
     steps = np.column_stack([row * spacing[1], column * spacing[0],
                              np.cross(row, column) * distance])
     return image._replace(origin=np.array(data.ImagePositionPatient, float), steps=steps)

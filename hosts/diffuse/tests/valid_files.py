@@ -50,7 +50,7 @@ def pictures():
             ("png bit", ".png", grey.convert("1"), {}),
             ("jpg tiny", ".jpg", grey.crop((0, 0, 8, 8)), {}),
             ("jpg", ".jpg", colours, {"quality": 80}),
-            ("jpg progressive", ".jpg", colours, {"progressive": True}),
+            ("jpg progressive", ".jpg", colours, {"progressive": True, "comment": b"words"}),
             ("jpg on its side", ".jpg", colours, {"exif": exif.tobytes()}),
             ("bmp tiny", ".bmp", colours.crop((0, 0, 5, 3)), {}),
             ("bmp rgb", ".bmp", colours, {}),
