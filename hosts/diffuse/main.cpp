@@ -109,9 +109,6 @@ void run(const Options& options) {
     if (hasNoise) addGaussianNoise(picture.filtered(), options.noiseSigma, options.seed);
     const Picture noisy = hasNoise ? converted(picture, picture.sampleType) : Picture();
     report.threads = startThreads(options.threads);
-    if (report.threads == 1 && options.threads != 1) {
-        complain("only one thread can be started here, the work takes longer");
-    }
     watch.lap();
     filterPicture(options, picture, report);
     report.seconds.filter = watch.lap();
@@ -133,6 +130,10 @@ void run(const Options& options) {
     print(options.json ? jsonReport(report, picture) : plainReport(report));
     if (output) commitPicture(*output);
     if (sheet) commitPicture(*sheet);
+    // A failure would have a line of its own.
+    if (report.threads == 1 && options.threads != 1) {
+        complain("only one thread could be started here, the work took longer");
+    }
 }
 
 void runWithThreads(const Options& options) {

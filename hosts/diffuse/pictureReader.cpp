@@ -100,7 +100,10 @@ std::uint64_t sizeOfFiles(const std::vector<fs::path>& files) {
 void readInChild(const fs::path& file, const std::optional<SliceChoice>& slice, bool spreadsNan,
                  Board& board) {
     const Format* format = formatOf(file);
-    if (!format) throw Refusal("unknown format");
+    if (!format) {
+        if (const Format* named = formatOfName(file)) board.begin(named->name, 0);
+        throw std::runtime_error("its beginning is that of no known format");
+    }
     std::vector<fs::path> files = {file};
     if (fs::is_directory(file)) files.assign(fs::directory_iterator(file), {});
     board.begin(format->name, sizeOfFiles(files));

@@ -62,7 +62,7 @@ const Format* formatOf(const fs::path& file) {
     for (const Format& format : known()) {
         if (format.recognises(head)) return &format;
     }
-    return formatOfName(file);
+    return nullptr;
 }
 
 void requireHeld(const Format& format, const Picture& picture) {

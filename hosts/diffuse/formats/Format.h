@@ -63,8 +63,8 @@ struct KnownFormat {
     explicit KnownFormat(const Format& format);
 };
 
-// The format of an existing file by its contents, of a folder DICOM; else that of its name; else
-// null. Throws Refusal if it cannot be read.
+// The format of an existing file by its contents, of a folder DICOM; null if no format knows them.
+// Throws Refusal if it cannot be read.
 const Format* formatOf(const std::filesystem::path& file);
 
 // The format whose suffix ends the name, whatever the case of its letters; null if there is none.

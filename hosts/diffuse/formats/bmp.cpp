@@ -58,6 +58,9 @@ Contents open(const fs::path& file) {
     picture.channels = isGrey(palette) ? 1 : 3;
     picture.pixelKind = isGrey(palette) ? PixelKind::grey : PixelKind::rgb;
     const std::size_t height = picture.axes[1].extent;
+    if (head.offset < 14 + head.infoSize + palette.size()) {
+        throw std::runtime_error("its samples stand in its header");
+    }
     if (fs::file_size(file) < head.offset + rowBytes(head) * height) {
         throw std::runtime_error("the file ends too early");
     }

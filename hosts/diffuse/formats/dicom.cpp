@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // DICOM: a file with a picture, or a folder with one series of such files. Read by GDCM and not
 // written: a result would need an identity and a history that no filter can make up.
+#include <gdcmImageChangeTransferSyntax.h>
 #include <gdcmImageReader.h>
 #include <gdcmStringFilter.h>
 
@@ -38,7 +39,9 @@ public:
         std::string all = text(group, element);
         std::ranges::replace(all, '\\', ' ');
         std::istringstream words(all);
-        return {std::istream_iterator<double>(words), {}};
+        const Vector numbers(std::istream_iterator<double>(words), {});
+        if (!words.eof()) throw std::runtime_error("its header is damaged: '" + all + "'");
+        return numbers;
     }
     double number(std::uint16_t group, std::uint16_t element, double otherwise) {
         const Vector all = numbers(group, element);
@@ -153,9 +156,15 @@ Slice openSlice(const fs::path& file) {
     const auto reader = std::make_shared<gdcm::ImageReader>();
     reader->SetFileName(file.c_str());
     if (!reader->Read()) throw std::runtime_error("its pixels are damaged");
-    const gdcm::Image& image = reader->GetImage();
+    refuseWhatIsNotRead(reader->GetFile());  // damage may hide elements from the header
+    gdcm::Image& image = reader->GetImage();
     requireWhole(file, start, image.GetDataElement(), image.GetBufferLength());
-    Tags tags(header.GetFile());
+    gdcm::ImageChangeTransferSyntax unpack;
+    unpack.SetTransferSyntax(TransferSyntax::ImplicitVRLittleEndian);
+    unpack.SetInput(image);
+    if (!unpack.Change()) throw std::runtime_error("its pixels are damaged");
+    image = static_cast<const gdcm::Image&>(unpack.GetOutput());
+    Tags tags(reader->GetFile());
     Slice slice{file.filename().string(), tags.text(0x0020, 0x000e), {}};
     describeSamples(image, slice.contents.picture);
     placePicture(tags, slice.contents.picture);

@@ -28,10 +28,10 @@ void placePicture(const TextHeader& header, Picture& picture) {
 
 void refuseWhatIsNotRead(const TextHeader& header, std::size_t dimensions) {
     header.allow({"objecttype", "objectsubtype", "ndims", "binarydata", "binarydatabyteordermsb",
-                  "elementbyteordermsb", "compresseddata", "transformmatrix", "offset",
-                  "centerofrotation", "anatomicalorientation", "elementspacing", "elementsize",
-                  "dimsize", "elementnumberofchannels", "elementtype", "elementdatafile",
-                  "distanceunits"});
+                  "elementbyteordermsb", "compresseddata", "compresseddatasize", "transformmatrix",
+                  "offset", "centerofrotation", "anatomicalorientation", "elementspacing",
+                  "elementsize", "dimsize", "elementnumberofchannels", "elementtype",
+                  "elementdatafile", "distanceunits"});
     const std::pair<const char*, Words> known[] = {{"binarydata", {"True", "true", "1"}},
                                                    {"compresseddata", {"False", "false", "0"}},
                                                    {"distanceunits", {"mm", "?"}}};

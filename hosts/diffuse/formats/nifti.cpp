@@ -78,7 +78,7 @@ std::string noteOf(const fs::path& file, const nifti_image& image) {
     if (image.nifti_type == NIFTI_FTYPE_NIFTI1_1) {
         const std::unique_ptr<nifti_1_header, void (*)(void*)> own(
             nifti_read_n1_hdr(file.c_str(), &swapped, 1), std::free);
-        if (own) header = *own;
+        if (own && std::strcmp(own->magic, "n+1") == 0) header = *own;
     } else {
         nifti_convert_nim2n1hdr(&image, &header);
     }
@@ -174,7 +174,7 @@ void write(const std::string& file, const Picture& picture) {
 
 bool recognises(std::string_view head) {
     return head.size() >= sizeof(nifti_1_header) &&
-           nifti_header_version(head.data(), head.size()) >= 0;
+           nifti_header_version(head.data(), head.size()) > 0;
 }
 
 // Of what gzip packs, only this format is read.

@@ -15,7 +15,6 @@ import PIL.Image
 import PIL.ImageFile
 import PIL.ImageOps
 import pydicom
-import pydicom.pixel_data_handlers.util as dicom_pixels
 import tifffile
 from pydicom.uid import ExplicitVRBigEndian, ExplicitVRLittleEndian, ImplicitVRLittleEndian
 
@@ -145,15 +144,18 @@ def read_only_page(path):
 def read_nifti(path):
     image = nibabel.load(path)
     samples = np.asanyarray(image.dataobj)
+    shape = samples.shape + (1,) * (4 - samples.ndim)
     if samples.dtype.fields:
         samples = np.stack([samples[name] for name in samples.dtype.names], -1)
-        samples = samples.reshape(samples.shape[:3] + (1,) * (5 - samples.ndim) + (-1,))
-    samples = samples.reshape(samples.shape + (1,) * (5 - samples.ndim))
+    samples = samples.reshape(shape + (-1,))
     if samples.ndim != 5 or samples.shape[3] != 1:
         raise ValueError(f"of shape {samples.shape}")
     slope = getattr(image.dataobj, "slope", 1), getattr(image.dataobj, "inter", 0)
-    return Image(samples[:, :, :, 0].transpose(2, 1, 0, 3), LPS @ image.affine[:3, 3],
-                 LPS @ image.affine[:3, :3], "exact" if slope == (1, 0) else "rescaled")
+    likeness = "exact" if slope == (1, 0) else "rescaled"
+    found = Image(samples[:, :, :, 0].transpose(2, 1, 0, 3), likeness=likeness)
+    if not image.header["sform_code"] and not image.header["qform_code"]:
+        return found
+    return placed(found, image.affine[:3, 3], image.affine[:3, :3], True)
 
 
 def read_slice(path):
@@ -163,22 +165,16 @@ def read_slice(path):
             ImplicitVRLittleEndian if data.is_implicit_VR else
             ExplicitVRLittleEndian if data.is_little_endian else ExplicitVRBigEndian)
     samples = data.pixel_array
-    meaning = data.PhotometricInterpretation
-    if meaning == "PALETTE COLOR":
-        samples = dicom_pixels.apply_color_lut(samples, data)
-    elif meaning.startswith("YBR_FULL"):
-        samples = dicom_pixels.convert_color_space(samples, meaning, "RGB")
     slope, intercept = float(data.get("RescaleSlope", 1)), float(data.get("RescaleIntercept", 0))
     rescaled = (slope, intercept) != (1, 0)
     image = Image(in_pages(samples * slope + intercept if rescaled else samples,
-                           data.SamplesPerPixel > 1 or meaning == "PALETTE COLOR"),
+                           data.SamplesPerPixel > 1),
                   likeness="rescaled" if rescaled else "exact")
     if "ImagePositionPatient" not in data or "ImageOrientationPatient" not in data:
         return image
     row, column = np.reshape(data.ImageOrientationPatient, (2, 3)).astype(float)
     spacing = [float(value) for value in data.PixelSpacing]
-    offsets = [float(o) for o in data.get("GridFrameOffsetVector", [])] or [0, 1]
-    distance = float(data.get("SpacingBetweenSlices", offsets[1] - offsets[0]))
+    distance = float(data.get("SpacingBetweenSlices", 1))
     steps = np.column_stack([row * spacing[1], column * spacing[0],
                              np.cross(row, column) * distance])
     return image._replace(origin=np.array(data.ImagePositionPatient, float), steps=steps)
@@ -279,17 +275,16 @@ def read_meta(path):
                      "<>"[is_true[0] or is_true[1]] + META_TYPES[fields["ElementType"]],
                      [channels] * (channels > 1) + sizes,
                      "gzip" if is_true[2] else "raw" if is_true[3] else "text")
-    count = len(sizes)
+    image, count = Image(in_pages(samples, channels > 1)), len(sizes)
+    if not fields.keys() & {"TransformMatrix", "Offset"}:
+        return image
 
-    def numbers(default, *names):
-        found = [fields[name] for name in names if name in fields]
-        return np.array(found[0].split() if found else default, float)
+    def numbers(name, default):
+        return np.array(fields[name].split() if name in fields else default, float)
 
-    matrix = numbers(np.eye(count).ravel(), "TransformMatrix", "Rotation", "Orientation")
-    spacing = numbers([1] * count, "ElementSpacing", "ElementSize")
-    return placed(Image(in_pages(samples, channels > 1)),
-                  numbers([0] * count, "Offset", "Position", "Origin"),
-                  matrix.reshape(count, count).T * spacing)
+    matrix = numbers("TransformMatrix", np.eye(count).ravel()).reshape(count, count)
+    return placed(image, numbers("Offset", [0] * count),
+                  matrix.T * numbers("ElementSpacing", [1] * count))
 
 
 READERS = {".png": read_pillow, ".jpg": read_pillow, ".bmp": read_pillow, ".tif": read_tiff,

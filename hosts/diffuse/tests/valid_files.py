@@ -11,7 +11,8 @@ import PIL.Image
 import pydicom
 import pydicom.encaps
 import tifffile
-from pydicom.uid import ExplicitVRLittleEndian, JPEGBaseline8Bit, generate_uid
+from pydicom.pixel_data_handlers.rle_handler import rle_encode_frame
+from pydicom.uid import ExplicitVRLittleEndian, RLELossless, generate_uid
 
 
 class Valid(NamedTuple):
@@ -49,7 +50,7 @@ def pictures():
             ("png bit", ".png", grey.convert("1"), {}),
             ("jpg tiny", ".jpg", grey.crop((0, 0, 8, 8)), {}),
             ("jpg", ".jpg", colours, {"quality": 80}),
-            ("jpg progressive", ".jpg", colours, {"progressive": True}),
+            ("jpg progressive", ".jpg", colours, {"progressive": True, "comment": b"words"}),
             ("jpg on its side", ".jpg", colours, {"exif": exif.tobytes()}),
             ("bmp tiny", ".bmp", colours.crop((0, 0, 5, 3)), {}),
             ("bmp rgb", ".bmp", colours, {}),
@@ -153,12 +154,10 @@ def metas():
         yield Valid(name, min(files), files)
 
 
-def dicom(samples, position=0, jpeg=False, **more):
+def dicom(samples, position=0, packed=False, **more):
     """A slice of MR."""
     series, study, own = (generate_uid(entropy_srcs=[word]) for word in ("a", "b", str(position)))
-    bits, stream = samples.dtype.itemsize * 8, io.BytesIO()
-    if jpeg:
-        PIL.Image.fromarray(samples).save(stream, "jpeg")
+    bits = samples.dtype.itemsize * 8
     data = pydicom.Dataset()
     for name, value in {
             "SOPClassUID": "1.2.840.10008.5.1.4.1.1.4", "SOPInstanceUID": own, "SeriesInstanceUID": series,
@@ -171,13 +170,13 @@ def dicom(samples, position=0, jpeg=False, **more):
             "Rows": samples.shape[0], "Columns": samples.shape[1],
             "BitsAllocated": bits, "BitsStored": bits, "HighBit": bits - 1,
             "PixelRepresentation": int(samples.dtype.kind == "i"),
-            "PixelData": pydicom.encaps.encapsulate([stream.getvalue()]) if jpeg
+            "PixelData": pydicom.encaps.encapsulate([rle_encode_frame(samples)]) if packed
             else samples.tobytes() + b"\0" * (samples.nbytes % 2), **more}.items():
         setattr(data, name, value)
-    data["PixelData"].is_undefined_length = jpeg
+    data["PixelData"].is_undefined_length = packed
     data.is_little_endian, data.is_implicit_VR = True, False
     data.file_meta = pydicom.dataset.FileMetaDataset()
-    data.file_meta.TransferSyntaxUID = JPEGBaseline8Bit if jpeg else ExplicitVRLittleEndian
+    data.file_meta.TransferSyntaxUID = RLELossless if packed else ExplicitVRLittleEndian
     file = io.BytesIO()
     pydicom.dcmwrite(file, data, write_like_original=False)
     return file.getvalue()
@@ -189,7 +188,7 @@ def dicoms():
             ("dcm", dicom(noise(9, 8, kind="i2"))),
             ("dcm rescaled", dicom(noise(9, 8, kind="u2"), RescaleSlope=2, RescaleIntercept=-1024)),
             ("dcm rgb", dicom(noise(9, 8, 3))),
-            ("dcm jpeg", dicom(noise(16, 8), jpeg=True))):
+            ("dcm packed", dicom(noise(16, 8), packed=True))):
         yield Valid(name, "a.dcm", {"a.dcm": content})
     slices = noise(3, 9, 8, kind="i2")
     yield Valid("dcm series", "series", {f"series/{i}.dcm": dicom(slices[i], i) for i in range(3)})
