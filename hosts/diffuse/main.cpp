@@ -70,9 +70,9 @@ void requireFinite(const Options& options, const Picture& picture) {
 
 // Replaces the picture by the filtered one.
 void filterPicture(const Options& options, Picture& picture, Report& report) {
-    report.noiseSigma = noiseSigma(picture);
-    report.threshold = options.threshold.value_or(automaticThreshold(
-        report.noiseSigma, picture, options.pipeline.conduction, options.iterations));
+    report.noise = noiseLevel(picture, report.pipeline,
+                              options.threshold ? 0 : std::max(options.iterations, 1));
+    report.threshold = options.threshold.value_or(report.noise.threshold);
     Progress progress(std::int64_t{options.iterations} * picture.filteredChannels());
     try {
         requireUsableThreshold(report.threshold, options.pipeline.elementType);

@@ -2,8 +2,7 @@
 
 #include <diffusefilt_noise.h>
 
-#include <cmath>
-#include <new>
+#include <stdexcept>
 #include <vector>
 
 namespace diffuse {
@@ -22,7 +21,7 @@ View viewOfChannel(const Picture& picture, int index) {
 
 }  // namespace
 
-double noiseSigma(const Picture& picture) {
+NoiseLevel noiseLevel(const Picture& picture, diffusefilt_host::Axes pipeline, int iterations) {
     const int count = picture.filteredChannels();
     std::vector<View> views;
     views.reserve(count);
@@ -30,20 +29,14 @@ double noiseSigma(const Picture& picture) {
     std::vector<halide_buffer_t> channels;
     channels.reserve(count);
     for (const View& view : views) channels.push_back(view.record());
-    const double sigma = diffusefilt_noise_sigma(channels.data(), count);
-    if (std::isnan(sigma)) throw std::bad_alloc();
-    return sigma;
-}
-
-double automaticThreshold(double sigma, const Picture& picture,
-                          diffusefilt_host::Conduction conduction, int iterations) {
-    double range = 0;
-    if (!(sigma > 0)) {
-        const Range found = rangeOf(picture.values);
-        range = found.highest - found.lowest;
+    pipeline.elementType = diffusefilt_host::ElementType::float32;
+    diffusefilt_noise found{};
+    if (diffusefilt_noise_estimate(channels.data(), count,
+                                   diffusefilt_host::findPipeline(pipeline).entry, iterations,
+                                   &found) != 0) {
+        throw std::runtime_error("no memory to estimate the noise");
     }
-    const bool isExponential = conduction == diffusefilt_host::Conduction::exponential;
-    return diffusefilt_noise_threshold(sigma, range, isExponential, iterations);
+    return {found.sigma, found.correlation, found.is_correlated != 0, found.threshold};
 }
 
 }  // namespace diffuse

@@ -8,11 +8,16 @@
 
 namespace diffuse {
 
-// All channels that are filtered are taken together.
-// Throws std::bad_alloc, and std::length_error if the picture is too large for its records.
-double noiseSigma(const Picture& picture);
+struct NoiseLevel {
+    double sigma = 0;  // standard deviation
+    double correlation = 0;
+    bool isCorrelated = false;  // not white: sigma is too low then
+    double threshold = 0;       // that suits the steps; 0 before none
+};
 
-double automaticThreshold(double sigma, const Picture& picture,
-                          diffusefilt_host::Conduction conduction, int iterations);
+// All channels that are filtered are taken together.
+// Throws std::runtime_error if it cannot be estimated, and std::length_error if the picture is too
+// large for its records.
+NoiseLevel noiseLevel(const Picture& picture, diffusefilt_host::Axes pipeline, int iterations);
 
 }  // namespace diffuse

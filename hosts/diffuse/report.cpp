@@ -47,7 +47,11 @@ std::string plainReport(const Report& report, const Options& options) {
     std::string text;
     if (!options.threshold && options.iterations > 0) {
         text += line("threshold: %.4g, for noise of sigma %.4g and %d steps\n", report.threshold,
-                     report.noiseSigma, options.iterations);
+                     report.noise.sigma, options.iterations);
+    }
+    if (!options.threshold && report.noise.isCorrelated) {
+        text += line("noise: not white, correlation %.2f between neighbours: compare thresholds\n",
+                     report.noise.correlation);
     }
     if (report.psnr) {
         text += line("PSNR before: %.2f dB\nPSNR after: %.2f dB\n", report.psnr->before,
@@ -70,7 +74,9 @@ std::string jsonReport(const Report& report, const Options& options, const Pictu
                  {"pipeline", report.pipeline.name()},
                  {"threshold", report.threshold},
                  {"threshold_is_auto", !options.threshold},
-                 {"noise_sigma", report.noiseSigma},
+                 {"noise_sigma", report.noise.sigma},
+                 {"noise_correlation", report.noise.correlation},
+                 {"noise_is_correlated", report.noise.isCorrelated},
                  {"iterations", options.iterations},
                  {"threads", report.threads},
                  {"seconds",

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "filterLoop.h"
+#include "noiseLevel.h"
 #include "options.h"
 #include "picture.h"
 
@@ -14,7 +15,7 @@ namespace diffuse {
 struct Report {
     diffusefilt_host::Axes pipeline{};
     double threshold = 0;
-    double noiseSigma = 0;  // as estimated from what is filtered
+    NoiseLevel noise;  // of what is filtered
     int threads = 0;
     struct {
         double read = 0, filter = 0, write = 0;
