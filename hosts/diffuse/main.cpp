@@ -59,12 +59,12 @@ void requireWritableFiles(const Options& options, const Input& input) {
 // Replaces the samples by the filtered ones.
 void filterPicture(const Options& options, const Picture& picture, Report& report) {
     const host::Axes pipeline = pipelineOf(options, picture.dimensions());
-    const bool isExponential = pipeline.conduction == host::Conduction::exponential;
     report.pipeline = pipeline.name();
-    if (!options.threshold || options.json) report.noiseSigma = noiseSigma(picture.filtered());
-    report.threshold = options.threshold ? *options.threshold
-                                         : automaticThreshold(report.noiseSigma, picture.filtered(),
-                                                              isExponential, options.iterations);
+    if (!options.threshold || options.json) {
+        report.noise = noiseLevel(picture.filtered(), pipeline,
+                                  options.threshold ? 0 : std::max(options.iterations, 1));
+    }
+    report.threshold = options.threshold.value_or(report.noise.threshold);
     Progress progress(std::int64_t{options.iterations} * picture.filteredChannels());
     explainFailures(options.input.string() + ": ", [&] {
         requireUsableThreshold(report.threshold, pipeline.elementType);

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* How noisy pictures are, and the gradient threshold that suits this noise: one estimate for all
    hosts, whatever their language. */
 #pragma once
@@ -10,28 +11,48 @@ extern "C" {
 
 #define DIFFUSEFILT_NOISE_API __attribute__((visibility("default")))
 
-/* The standard deviation of white Gaussian noise, in the units of the elements, from the median
-   absolute deviation of the finest diagonal Haar coefficients (Donoho and Johnstone, "Ideal spatial
-   adaptation by wavelet shrinkage", Biometrika 81, 1994): edges along the axes and smooth slopes
-   cancel in them, and the few that others leave do not move a median. Blocks that touch the lowest
-   or highest element of their channel do not count, for noise was cut off there or there was none:
-   the background of most medical volumes is exactly 0. Neither do blocks with a NaN or infinity.
+/* A pipeline of the library, which brings its conduction, connectivity and instruction set along.
+ */
+typedef int (*diffusefilt_noise_step)(struct halide_buffer_t* input, double threshold,
+                                      struct halide_buffer_t* output);
 
-   `channels`: `count` records of images or volumes, taken together; integers of 8 to 64 bits,
-   float32 or float64, in memory with any strides, none of it empty.
+struct diffusefilt_noise {
+    /* Of white Gaussian noise, the standard deviation in the units of the elements: the median of
+       the absolute differences of fourth order along all axes, over 0.6745 (the estimator of Donoho
+       and Johnstone, "Ideal spatial adaptation by wavelet shrinkage", Biometrika 81, 1994, on
+       differences that more of a picture cancels in than in those of first order). 0 if nothing is
+       left to look at. */
+    double sigma;
 
-   0 if nothing is left to look at; NaN for any other type or number of dimensions, or where memory
-   is lacking. */
-DIFFUSEFILT_NOISE_API double diffusefilt_noise_sigma(const struct halide_buffer_t* channels,
-                                                     int count);
+    /* How much neighbouring differences of first order go together beyond what those of white
+       noise do, in the flattest quarter of the picture, along the axis where it is most: 0 for
+       white noise, towards 1 the smoother it is, below 0 if it was sharpened. */
+    double correlation;
+    int is_correlated; /* whether that is more than chance: sigma is too low then */
 
-/* The threshold for noise of standard deviation `sigma`: a multiple of it that falls with the
-   number of steps n, 5.4 n^-0.9 or, where the conductance is exp(-(d / K)^2), 5.4 n^-0.62, fitted
-   to the thresholds of the highest PSNR on a head MRI with noise of 5 to 40 grey values and 1 to 5
-   steps. Without noise, a thousandth of `range`, the highest less the lowest finite element, or 1
-   if that is 0 as well. */
-DIFFUSEFILT_NOISE_API double diffusefilt_noise_threshold(double sigma, double range,
-                                                         int isExponential, int iterations);
+    /* The one with the smallest risk after the steps: Stein's unbiased estimate of the squared
+       error, its divergence measured by moving all elements a little to random sides (Ramani, Blu
+       and Unser, "Monte-Carlo SURE", IEEE Trans. Image Process. 17, 2008). In three digits. Without
+       noise, a thousandth of the range of the elements looked at, or 1 if that is 0 as well. */
+    double threshold;
+};
+
+/* What is looked at are tiles all over a picture, of about 65536 elements in 2-D and 110000 in 3-D
+   in each channel, whatever its size. Elements at the lowest or highest value of their channel do
+   not move: noise was cut off there or there was none, as in the exact 0 around a head. Neither do
+   NaN and infinity.
+
+   `channels`: `count` records of images or of volumes of the same shape, none of it empty, taken
+   together; integers of 8 to 64 bits, float32 or float64, in memory with any strides.
+   `step`: a pipeline for float32 of as many dimensions; not called if `iterations` are 0, which
+   leaves the threshold 0.
+
+   Returns 0, or another number if the types, dimensions or shapes are none of those, if memory is
+   lacking, or if a step fails. */
+DIFFUSEFILT_NOISE_API int diffusefilt_noise_estimate(const struct halide_buffer_t* channels,
+                                                     int count, diffusefilt_noise_step step,
+                                                     int iterations,
+                                                     struct diffusefilt_noise* found);
 
 #ifdef __cplusplus
 }

@@ -50,22 +50,22 @@ halide_buffer_t recordOf(const Channel& channel, halide_dimension_t* shape) {
 
 }  // namespace
 
-double noiseSigma(const std::vector<Channel>& channels) {
+NoiseLevel noiseLevel(const std::vector<Channel>& channels, diffusefilt_host::Axes pipeline,
+                      int iterations) {
     std::vector<halide_dimension_t> shapes(3 * channels.size());
     std::vector<halide_buffer_t> records;
     records.reserve(channels.size());
     for (const Channel& channel : channels) {
         records.push_back(recordOf(channel, &shapes[3 * records.size()]));
     }
-    const double sigma = diffusefilt_noise_sigma(records.data(), static_cast<int>(records.size()));
-    if (std::isnan(sigma)) throw std::bad_alloc();
-    return sigma;
-}
-
-double automaticThreshold(double sigma, const std::vector<Channel>& channels, bool isExponential,
-                          int iterations) {
-    const double range = sigma > 0 ? 0 : rangeOf(channels).length();
-    return diffusefilt_noise_threshold(sigma, range, isExponential, iterations);
+    pipeline.elementType = diffusefilt_host::ElementType::float32;
+    diffusefilt_noise found{};
+    if (diffusefilt_noise_estimate(records.data(), static_cast<int>(records.size()),
+                                   diffusefilt_host::findPipeline(pipeline).entry, iterations,
+                                   &found) != 0) {
+        throw std::runtime_error("no memory to estimate the noise");
+    }
+    return {found.sigma, found.correlation, found.is_correlated != 0, found.threshold};
 }
 
 void addGaussianNoise(const std::vector<Channel>& channels, double sigma, std::uint64_t seed) {

@@ -3,19 +3,25 @@
 #pragma once
 
 #include <cstdint>
+#include <diffusefilt_halide.hpp>
 #include <vector>
 
 #include "picture/samples.h"
 
 namespace diffuse {
 
-// The standard deviation of the noise of all channels together, as hosts/noise estimates it.
-// Throws std::bad_alloc, and std::length_error if a channel is too large for a record.
-double noiseSigma(const std::vector<Channel>& channels);
+struct NoiseLevel {
+    double sigma = 0;        // standard deviation
+    double correlation = 0;  // of neighbours, beyond that of white noise
+    bool isCorrelated = false;
+    double threshold = 0;  // that suits the steps; 0 before none
+};
 
-// The gradient threshold that suits noise of this deviation, as hosts/noise has it.
-double automaticThreshold(double sigma, const std::vector<Channel>& channels, bool isExponential,
-                          int iterations);
+// Of all channels together, and the gradient threshold for so many steps of the pipeline, as
+// hosts/noise estimates both. Throws std::runtime_error if that cannot be done, and
+// std::length_error if a channel is too large for a record.
+NoiseLevel noiseLevel(const std::vector<Channel>& channels, diffusefilt_host::Axes pipeline,
+                      int iterations);
 
 // Adds Gaussian noise of standard deviation `sigma` to samples of type float64.
 // The noise is a function of the seed and the position alone and does not depend on the standard

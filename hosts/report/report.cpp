@@ -27,7 +27,11 @@ std::string plainReport(const Report& report) {
     std::string text;
     if (report.thresholdIsAuto && report.iterations > 0) {
         text += line("threshold: %.4g, for noise of sigma %.4g and %d steps\n", report.threshold,
-                     report.noiseSigma, report.iterations);
+                     report.noise.sigma, report.iterations);
+    }
+    if (report.thresholdIsAuto && report.noise.isCorrelated) {
+        text += line("noise: not white, correlation %.2f between neighbours: compare thresholds\n",
+                     report.noise.correlation);
     }
     if (report.psnr) {
         text += line("PSNR before: %.2f dB\nPSNR after: %.2f dB\n", report.psnr->before,
@@ -60,7 +64,9 @@ std::string jsonReport(const Report& report, const Picture& result) {
                  {"pipeline", report.pipeline},
                  {"threshold", report.threshold},
                  {"threshold_is_auto", report.thresholdIsAuto},
-                 {"noise_sigma", report.noiseSigma},
+                 {"noise_sigma", report.noise.sigma},
+                 {"noise_correlation", report.noise.correlation},
+                 {"noise_is_correlated", report.noise.isCorrelated},
                  {"iterations", report.iterations},
                  {"threads", report.threads},
                  {"seconds",

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "noise.h"
 #include "picture/picture.h"
 
 namespace diffuse {
@@ -22,7 +23,7 @@ struct Report {
     std::string pipeline;
     double threshold = 0;
     bool thresholdIsAuto = false;
-    double noiseSigma = 0;  // as estimated from what is filtered, if that was needed
+    NoiseLevel noise;  // of what is filtered, if that was needed
     int iterations = 0;
     int threads = 0;
     struct {

@@ -36,14 +36,16 @@ that it stands in; where the dynamic linker looks. ImportError if it is not foun
 """
 from diffusefilt._axes import (CONDUCTIONS, CONNECTIVITIES, INSTRUCTION_SETS, Conduction,
                                Connectivity, InstructionSet)
-from diffusefilt._denoise import Threshold, denoise, estimate_noise, estimate_threshold
+from diffusefilt._denoise import (CorrelatedNoiseWarning, Estimate, Threshold, denoise, estimate,
+                                  estimate_noise, estimate_threshold)
 from diffusefilt._library import LIBRARY, Error, best_instruction_set
 from diffusefilt._steps import Array, Progress, Region, iterate, pipeline_name, step, step_slab
 from diffusefilt._version import VERSION
 
-__all__ = ["Array", "CONDUCTIONS", "CONNECTIVITIES", "Conduction", "Connectivity", "Error",
-           "INSTRUCTION_SETS", "InstructionSet", "LIBRARY", "Progress", "Region", "Threshold",
-           "best_instruction_set", "denoise", "estimate_noise", "estimate_threshold", "iterate",
-           "pipeline_name", "step", "step_slab"]
+__all__ = ["Array", "CONDUCTIONS", "CONNECTIVITIES", "Conduction", "Connectivity",
+           "CorrelatedNoiseWarning", "Error", "Estimate", "INSTRUCTION_SETS", "InstructionSet",
+           "LIBRARY", "Progress", "Region", "Threshold", "best_instruction_set", "denoise",
+           "estimate", "estimate_noise", "estimate_threshold", "iterate", "pipeline_name", "step",
+           "step_slab"]
 
 __version__ = VERSION

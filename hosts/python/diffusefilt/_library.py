@@ -125,6 +125,11 @@ def _entry(pipeline: str) -> Any:
         return _entries.setdefault(pipeline, entry)
 
 
+def address(pipeline: str) -> Any:
+    """Of an exported pipeline, for code in C that calls it."""
+    return ctypes.cast(_entries.get(pipeline) or _entry(pipeline), ctypes.c_void_p)
+
+
 def _require_threads() -> None:
     """One thread, and a RuntimeWarning, where the system refuses the library its others: the
     loop of the runtime's own pool, which starts none for one."""

@@ -3,32 +3,31 @@ from __future__ import annotations
 
 import ctypes
 import functools
-import math
 import os
 from typing import Any, Sequence
 
 from diffusefilt import _library
-from diffusefilt._axes import EXPONENTIAL
 from diffusefilt._library import BufferPointer, halide_buffer_t
 from diffusefilt._steps import Array, readable
 
 FILE_NAME = "libdiffusefilt_noise.so"
 
 
-def sigma(channels: Sequence[Array]) -> float:
-    """Of channels of 2 or 3 dimensions, none of them empty, taken together."""
+class Record(ctypes.Structure):
+    """struct diffusefilt_noise, which explains its fields."""
+    _fields_ = [("sigma", ctypes.c_double), ("correlation", ctypes.c_double),
+                ("is_correlated", ctypes.c_int), ("threshold", ctypes.c_double)]
+
+
+def estimate(channels: Sequence[Array], pipeline: str, iterations: int) -> Record:
+    """Of channels of one shape, none of them empty, taken together; `pipeline` one for float32.
+    Without iterations no threshold is looked for."""
     records, kept = zip(*(readable(c, (0,) * c.ndim, c.shape) for c in channels))
-    found: float = _estimates().diffusefilt_noise_sigma(
-        (halide_buffer_t * len(records))(*records), len(records))
-    if math.isnan(found):
+    found = Record()
+    if _estimates().diffusefilt_noise_estimate(
+            (halide_buffer_t * len(records))(*records), len(records),
+            _library.address(pipeline), iterations, ctypes.byref(found)) != 0:
         raise MemoryError("no memory to estimate the noise")
-    return found
-
-
-def threshold(noise: float, values: float, conduction: str, iterations: int) -> float:
-    """For noise of this standard deviation in values of this range."""
-    found: float = _estimates().diffusefilt_noise_threshold(
-        noise, values, conduction == EXPONENTIAL, iterations)
     return found
 
 
@@ -41,9 +40,6 @@ def _estimates() -> Any:
         library = ctypes.CDLL(next((p for p in places if os.path.isfile(p)), FILE_NAME))
     except OSError as error:
         raise ImportError(f"diffusefilt cannot load its estimate of noise: {error}") from None
-    library.diffusefilt_noise_sigma.argtypes = [BufferPointer, ctypes.c_int]
-    library.diffusefilt_noise_sigma.restype = ctypes.c_double
-    library.diffusefilt_noise_threshold.argtypes = [
-        ctypes.c_double, ctypes.c_double, ctypes.c_int, ctypes.c_int]
-    library.diffusefilt_noise_threshold.restype = ctypes.c_double
+    library.diffusefilt_noise_estimate.argtypes = [
+        BufferPointer, ctypes.c_int, ctypes.c_void_p, ctypes.c_int, ctypes.POINTER(Record)]
     return library
