@@ -51,8 +51,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "${this_version}")
 set(CPACK_DEBIAN_HOST_PACKAGE_CONFLICTS diffuse)
 set(CPACK_COMPONENT_HOST_DESCRIPTION "${PROJECT_DESCRIPTION} - command line
-The program diffuse smooths PNG, TIFF, JPEG, BMP, NIfTI, NRRD, MetaImage and
-DICOM files and keeps what they hold, with a threshold that suits the noise.")
+The program diffuse smooths PNG, TIFF, JPEG, NIfTI, NRRD and MetaImage files,
+and such of BMP and DICOM into these, and keeps what they hold.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-diffusefilt)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
