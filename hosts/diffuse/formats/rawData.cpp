@@ -157,7 +157,8 @@ TextHeader readHeader(const fs::path& file, char separator, const std::string& l
         header.end = stream.tellg();
         const std::size_t at = line.find(separator);
         if (trimmed(line).empty()) return header;
-        if (line[0] == '#' || at == std::string::npos) continue;
+        if (line.starts_with('#') || line.starts_with("NRRD000")) continue;
+        if (at == std::string::npos) throw std::runtime_error("a line of its header is no field");
         if (line.substr(at, 2) == ":=") {
             header.notes += trimmed(line) + "\n";
             continue;
