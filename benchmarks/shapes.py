@@ -53,6 +53,21 @@ def pool_contenders(name):
             "runtime's pool, two threads": f"pool/{shape}/2"}
 
 
+def small_contenders(name):
+    """Small pictures as parts of one that is as wide, whose height is theirs together."""
+    rows = "x16x2048" if is_3d(name) else "x4096"
+    found = {"large": "pipeline/" + ("192x192x64" if is_3d(name) else "1024x1024")}
+    for width in (16, 64):
+        for kind, threads in (("each", 1), ("tasks", 1), ("each", 2), ("tasks", 2)):
+            found[f"{width}, {kind}/{threads}"] = f"{kind}/{width}{rows}/{threads}"
+    return found
+
+
+def small_row(run):
+    """Over the large picture on one thread."""
+    return {label: ratio(run, label, "large") for label in run["ns"] if label != "large"}
+
+
 def clamp_contenders(name):
     if is_3d(name):
         shapes = {"interior": "512x128x64", "one plane": "4096x64x1", "two planes": "4096x32x2",
@@ -103,6 +118,9 @@ GROUPS = {
     "stride": Group("strides that are powers of two, over those that are 16 elements longer",
                     stride_contenders, stride_row, 1.15),
     "pool": Group("ns for one element of 64 x 64, or 64 x 64 x 8", pool_contenders, times),
+    "small": Group("small pictures over a large one on one thread, for one element: by width, each "
+                   "call after another or all as tasks, and by threads",
+                   small_contenders, small_row),
     "clamp": Group("clamped forms over the interior", clamp_contenders, clamp_row, 2),
     "in line": Group("in line (pictures one vector wide), ns for one element",
                      in_line_contenders, in_line_row, 1.5, ("time / scalar",)),
