@@ -29,7 +29,7 @@ def run(path, regex, seconds, groups):
     names = subprocess.run([MEASURE], check=True, stdout=subprocess.PIPE, text=True).stdout.split()
     runs = [{"pipeline": name, "group": group, "ns": {label: [] for label in contenders(name)}}
             for name in filter(re.compile(regex).search, names)
-            for group, contenders in groups.items()]
+            for group, contenders in groups.items() if contenders(name)]
     if not runs:
         sys.exit(f"bench: no pipeline matches {regex}")
     for number in range(1, ROUNDS + 1):

@@ -47,6 +47,15 @@ def stride_row(run):
             for shape in run["ns"] if not shape.endswith("+16")}
 
 
+def row_contenders(name):
+    """In 2-D a row is a task, and its start the parallel loop's."""
+    return {"192": "pipeline/192x96x32", "1920": "pipeline/1920x20x16"} if is_3d(name) else {}
+
+
+def row_row(run):
+    return {"192 over 1920": ratio(run, "192", "1920")}
+
+
 def pool_contenders(name):
     shape = "64x64x8" if is_3d(name) else "64x64"
     return {"TBB, one thread": f"pipeline/{shape}", "TBB, two threads": f"pipeline/{shape}/2",
@@ -117,6 +126,8 @@ GROUPS = {
                   size_contenders, size_row, 1.15, ("growth",)),
     "stride": Group("strides that are powers of two, over those that are 16 elements longer",
                     stride_contenders, stride_row, 1.15),
+    "rows": Group("rows of 192 elements over rows of 1920, for one element",
+                  row_contenders, row_row, 1.04),
     "pool": Group("ns for one element of 64 x 64, or 64 x 64 x 8", pool_contenders, times),
     "small": Group("small pictures over a large one on one thread, for one element: by width, each "
                    "call after another or all as tasks, and by threads",
