@@ -1,13 +1,16 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Writes, in assembly, loops of the operations that the definition has for one vector, on registers,
-in many orders each.
+"""Writes, in assembly, loops of the operations that the definition has for one vector, on
+registers, in many orders each.
 
     makeLimitLoops.py OUTPUT ORDERS
 
 No operation waits for another, but for fused steps, which add to what a register holds: what such a
 loop takes is what the processor's units and its decoder need, and no program that keeps to the
-definition (docs/numerics.md) is faster. A loop is `void loop(int64_t count, float (*floorf)(float))`
+definition (docs/numerics.md) is faster. A loop is
+
+    void loop(int64_t count, float (*floorf)(float));
+
 and runs `count` times, at least once; limitLoops_PIPELINE is the table of the orders of one. The
 pipelines whose exponential is libm's have no loop but zeros: their limit is the calls.
 """
@@ -20,8 +23,8 @@ GROUPS = {"2_minimal": 1, "2_maximal": 2, "3_minimal": 1, "3_maximal": 3}  # of 
 # Vector registers; 0 is the argument of floorf. Integers stay apart: as floats they are so small
 # that to add to them takes longer.
 FLOATS, INTEGERS, CONSTANTS = range(1, 8), range(8, 10), range(10, 16)
-OF_INTEGERS = {"cvttps2dq", "pcmpgtd", "pand", "pandn", "por", "pminsd", "pslld", "paddd", "extract",
-               "insert", "andn"}
+OF_INTEGERS = {"cvttps2dq", "pcmpgtd", "pand", "pandn", "por", "pminsd", "pslld", "paddd",
+               "extract", "insert", "andn"}
 
 
 def multiply_add(fuses, count):
@@ -58,8 +61,8 @@ def operations(shape, conduction, set_):
 
 
 def ordered(neighbours, last, number):
-    """The operations in an order of their own for each number: 0 is that of the definition; in every
-    other the divisions stand at equal distances among the rest, and in the others anywhere."""
+    """The operations in an order of their own for each number: 0 is that of the definition; with
+    odd numbers the divisions stand at equal distances among the rest, with even ones anywhere."""
     operations_ = [*itertools.chain(*neighbours, last)]
     chosen = random.Random(number)
     if number == 0:
@@ -79,14 +82,13 @@ def text_of(operation, result, a, b, suffix, set_):
     if operation == "call":
         return [f"movaps %xmm{a}, %xmm0", "call *%rbx"]
     packed = {"sub", "mul", "add", "div"}
+    name = operation + suffix if operation in packed else {"andn": "andnps"}.get(
+        operation, operation)
     if set_ == "none":
-        name = {"andn": "andnps", "cvttps2dq": None}.get(
-            operation, operation + suffix if operation in packed else operation)
-        if name is None:
+        if operation == "cvttps2dq":
             return [f"cvttps2dq %xmm{a}, %xmm{result}"]
         source = "$23" if operation == "pslld" else f"%xmm{a}"
         return [f"movaps %xmm{b}, %xmm{result}", f"{name} {source}, %xmm{result}"]
-    wide = "ymm"
     if operation == "extract":
         return [f"vextractf128 $1, %ymm{a}, %xmm{result}"]
     if operation == "insert":
@@ -95,9 +97,7 @@ def text_of(operation, result, a, b, suffix, set_):
         return [f"vfmadd231{suffix} %ymm{a}, %ymm{b}, %ymm{result}"]
     if operation == "round":
         return [f"vroundps $9, %ymm{a}, %ymm{result}"]
-    if operation not in packed | {"andn"} and set_ == "avx":
-        wide = "xmm"
-    name = operation + suffix if operation in packed else {"andn": "andnps"}.get(operation, operation)
+    wide = "ymm" if operation in packed | {"andn"} or set_ == "avx2" else "xmm"
     if operation == "cvttps2dq":
         return [f"v{name} %{wide}{a}, %{wide}{result}"]
     first = "$23" if operation == "pslld" else f"%{wide}{a}"
@@ -123,8 +123,8 @@ def loop(name, order, suffix, set_):
     move = "movups" if set_ == "none" else "vmovups"
     lines = [f"{name}:", "push %rbx", "push %rbp", "sub $8, %rsp", "mov %rdi, %rbp",
              "mov %rsi, %rbx", "lea constants_" + suffix + "(%rip), %rax",
-             *(f"{move} (%rax), %{width}mm{register}" for register in range(16)), ".p2align 5", "1:",
-             *body(order, suffix, set_), "dec %rbp", "jnz 1b",
+             *(f"{move} (%rax), %{width}mm{register}" for register in range(16)), ".p2align 5",
+             "1:", *body(order, suffix, set_), "dec %rbp", "jnz 1b",
              *([] if set_ == "none" else ["vzeroupper"]), "add $8, %rsp", "pop %rbp", "pop %rbx",
              "ret"]
     return "\n".join(lines)
@@ -147,7 +147,8 @@ def main(output, orders):
     constants = [".section .rodata", ".p2align 5", "constants_ps:", ".fill 8, 4, 0x3fc00000",
                  "constants_pd:", ".fill 4, 8, 0x3ff8000000000000"]
     with open(output, "w", encoding="ascii") as file:
-        print(*parts, *tables, *constants, '.section .note.GNU-stack,"",@progbits', sep="\n", file=file)
+        print(*parts, *tables, *constants, '.section .note.GNU-stack,"",@progbits', sep="\n",
+              file=file)
 
 
 if __name__ == "__main__":
