@@ -29,7 +29,7 @@ def run(path, regex, seconds, groups):
     names = subprocess.run([MEASURE], check=True, stdout=subprocess.PIPE, text=True).stdout.split()
     runs = [{"pipeline": name, "group": group, "ns": {label: [] for label in contenders(name)}}
             for name in filter(re.compile(regex).search, names)
-            for group, contenders in groups.items()]
+            for group, contenders in groups.items() if contenders(name)]
     if not runs:
         sys.exit(f"bench: no pipeline matches {regex}")
     for number in range(1, ROUNDS + 1):
@@ -73,6 +73,8 @@ def main():
     parser.add_argument("--sizes", action="store_true", help="cost by size, stride and border")
     parser.add_argument("--instructions", action="store_true",
                         help="count instructions; fail where they grew by more than 3 %%")
+    parser.add_argument("--orders", action="store_true",
+                        help="what the orders take in which a limit can have its operations")
     parser.add_argument("--store", action="store_true", help="store the counts anew")
     parser.add_argument("--write-docs", action="store_true",
                         help="measure all, also beside ITK, and write it into docs/performance.md")
@@ -82,6 +84,8 @@ def main():
     options = parser.parse_args()
     if options.instructions:
         instructions.check(BUILD / "benchmarks/counted", options.store)
+    elif options.orders:
+        subprocess.run([BUILD / "benchmarks/orders", *filter(None, [options.regex])], check=True)
     elif options.write_docs:
         if options.regex or options.json:
             parser.error("--write-docs measures every pipeline")

@@ -29,14 +29,16 @@ std::vector<double> argumentsOfExp() {
     return arguments;
 }
 
-// None for the exponential that float32 pipelines carry themselves.
-Work limitOf(PipelineVariant variant, int64_t elements) {
-    const int64_t count = elements * std::ssize(reference::neighboursOf(variant));
-    if (variant.conduction == Conduction::quadratic) {
-        return {[=] { peers::divideVectors(variant, count / variant.lanes()); }, double(elements)};
+// The fastest order of the operations, found here, or the calls of exp.
+Work limitOf(const Pipeline& pipeline, int64_t elements) {
+    constexpr int part = 8;  // enough: the loops read no picture
+    if (const auto loops = peers::limitLoops(pipeline.name); !loops.empty()) {
+        const std::vector<double> times = peers::timesOf(loops);
+        const auto fastest = loops[size_t(std::ranges::min_element(times) - times.begin())];
+        const int64_t vectors = elements / part / pipeline.variant.lanes();
+        return {[=] { peers::run(fastest, vectors); }, double(vectors * pipeline.variant.lanes())};
     }
-    if (variant.elementBits() == 32) return {};
-    constexpr int part = 8;  // enough: the loop reads no picture
+    const int64_t count = elements * std::ssize(reference::neighboursOf(pipeline.variant));
     return {[=, u = argumentsOfExp()] { peers::callExp(u, count / part); },
             double(elements) / part};
 }
@@ -57,6 +59,51 @@ std::function<void()> onRuntimesPool(const std::function<void()>& call) {
         halide_set_custom_do_par_for(library);
     };
 }
+
+int inTurn(void*, halide_task_t task, int min, int extent, uint8_t* closure) {
+    for (int i = min; i < min + extent; ++i) halide_do_task(nullptr, task, i, closure);
+    return 0;
+}
+
+// The picture as many small ones, each as high, or in 3-D as deep, as it is wide.
+class SmallPictures {
+public:
+    SmallPictures(const Pipeline& pipeline, Picture& picture)
+        : step_(pipeline.entry), in_(picture.input()), out_(picture.output()) {
+        const int last = pipeline.variant.dimensions - 1;
+        std::copy_n(in_.dim, last + 1, dim_);
+        dim_[last].extent = dim_[0].extent;
+        count_ = in_.dim[last].extent / dim_[0].extent;
+        bytes_ = int64_t{dim_[last].extent} * dim_[last].stride * in_.type.bytes();
+    }
+
+    void filterOneByOne() const {
+        for (int i = 0; i < count_; ++i) filter(i);
+    }
+
+    // Each call is a task, and its own tasks run in turn.
+    void filterAtOnce() const {
+        const auto library = halide_set_custom_do_par_for(inTurn);
+        tbb::parallel_for(0, count_, [this](int i) { filter(i); });
+        halide_set_custom_do_par_for(library);
+    }
+
+private:
+    void filter(int i) const {
+        halide_dimension_t dim[3] = {dim_[0], dim_[1], dim_[2]};
+        halide_buffer_t in = in_, out = out_;
+        in.dim = out.dim = dim;
+        in.host += i * bytes_;
+        out.host += i * bytes_;
+        step_(&in, threshold, &out);
+    }
+
+    peers::Step step_;
+    halide_buffer_t in_, out_;
+    halide_dimension_t dim_[3];
+    int count_;
+    int64_t bytes_;
+};
 
 template <class T>
 bool agreeIn(const Pipeline& pipeline, Picture& picture) {
@@ -85,12 +132,18 @@ Work workOf(const std::string& kind, const Pipeline& pipeline, Picture& picture)
         return [=]() mutable { step(&in, threshold, &out); };
     };
     if (kind == "pipeline") return {call(pipeline.entry), elements};
+    if (kind == "each" || kind == "tasks") {
+        const SmallPictures small(pipeline, picture);
+        const auto filter =
+            kind == "each" ? &SmallPictures::filterOneByOne : &SmallPictures::filterAtOnce;
+        return {[=] { (small.*filter)(); }, elements};
+    }
     if (kind == "pool") return {onRuntimesPool(call(pipeline.entry)), elements};
     if (kind == "halide") return {call(peers::naturalHalide(pipeline.name)), elements};
     if (kind == "scalar") {
         return {[=] { peers::scalarLoop(variant, in, threshold, out); }, elements};
     }
-    if (kind == "limit") return limitOf(variant, picture.elements());
+    if (kind == "limit") return limitOf(pipeline, picture.elements());
     if (kind == "copy") {
         return {[=, bytes = picture.bytes()] { copyInParallel(in, out, bytes); }, elements};
     }

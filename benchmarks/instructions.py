@@ -94,7 +94,7 @@ def check(program, store):
         grown += [f"{name} {part}" for part, old in zip(PARTS, before)
                   if now[part] > max(old * GROWTH, old + FEW)]
         missed += [f"{name}, {part}: {now[part]:.0f} instead of {most}"
-                   for part, most in MOST.items() if report.is_3d(name) and now[part] > most]
+                   for part, most in MOST.items() if report.is_3d(name) and round(now[part]) > most]
     print(f"\n{len(missed)} aims are missed", *missed, sep="\n  ")
     if grown and not store:
         sys.exit("bench: instructions were added; if that is meant, scripts/bench --instructions "

@@ -1,46 +1,61 @@
+#include <time.h>
+
 #include <algorithm>
 #include <cmath>
 
 #include "peers.h"
+#include "pipelines/names.h"
+
+// Tables of makeLimitLoops.py.
+#define LIMIT_LOOPS(name) LIMIT_LOOPS_OF(name)
+#define LIMIT_LOOPS_OF(name) limitLoops_##name
+#define PIPELINE(...) \
+    extern "C" const peers::LimitLoop LIMIT_LOOPS(DIFFUSEFILT_NAME(__VA_ARGS__))[LIMIT_ORDERS];
+#include "pipelines/pipelines.def"
 
 namespace peers {
-namespace {
 
-// The empty statements make the compiler believe that the divisor changes and that the
-// quotient is used; they cost nothing and order nothing.
-template <class T, int bytes>
-[[gnu::always_inline]] inline void divide(int64_t count) {
-    typedef T Vector __attribute__((vector_size(bytes)));
-    const Vector one = Vector{} + T(1);
-    Vector divisor = one + one;
-    for (int64_t i = 0; i < count; ++i) {
-        asm volatile("" : "+x"(divisor));
-        const Vector quotient = one / divisor;
-        asm volatile("" : : "x"(quotient));
+std::span<const LimitLoop> limitLoops(std::string_view pipeline) {
+    static const struct {
+        std::string_view pipeline;
+        const LimitLoop* loops;
+    } all[] = {
+#define PIPELINE(...) \
+    {DIFFUSEFILT_TEXT(DIFFUSEFILT_NAME(__VA_ARGS__)), LIMIT_LOOPS(DIFFUSEFILT_NAME(__VA_ARGS__))},
+#include "pipelines/pipelines.def"
+    };
+    for (const auto& row : all) {
+        if (row.pipeline == pipeline && row.loops[0] != nullptr) return {row.loops, LIMIT_ORDERS};
     }
+    return {};
 }
 
-__attribute__((target("avx"))) void divideWideDoubles(int64_t count) {
-    divide<double, 32>(count);
-}
-__attribute__((target("avx"))) void divideWideFloats(int64_t count) {
-    divide<float, 32>(count);
+void run(LimitLoop loop, int64_t vectors) {
+    loop(std::max(vectors, int64_t{1}), static_cast<float (*)(float)>(std::floor));
 }
 
-}  // namespace
-
-void divideVectors(diffusefilt::PipelineVariant variant, int64_t count) {
-    const bool isDouble = variant.elementBits() == 64;
-    if (rulesOf(variant.instructionSet).vectorBytes == 32) {
-        isDouble ? divideWideDoubles(count) : divideWideFloats(count);
-    } else {
-        isDouble ? divide<double, 16>(count) : divide<float, 16>(count);
+std::vector<double> timesOf(std::span<const LimitLoop> loops) {
+    constexpr int repetitions = 15;
+    constexpr int64_t vectors = 2000;
+    std::vector<double> least(loops.size(), HUGE_VAL);
+    for (int i = 0; i < repetitions; ++i) {
+        for (size_t k = 0; k < loops.size(); ++k) {
+            timespec begin, end;
+            clock_gettime(CLOCK_MONOTONIC, &begin);
+            run(loops[k], vectors);
+            clock_gettime(CLOCK_MONOTONIC, &end);
+            const double ns =
+                1e9 * double(end.tv_sec - begin.tv_sec) + double(end.tv_nsec - begin.tv_nsec);
+            least[k] = std::min(least[k], ns / vectors);
+        }
     }
+    return least;
 }
 
 void callExp(const std::vector<double>& arguments, int64_t count) {
     for (int64_t left = count; left > 0; left -= int64_t(arguments.size())) {
         const double* const end = arguments.data() + std::min(left, int64_t(arguments.size()));
+#pragma GCC unroll 8
         for (const double* u = arguments.data(); u != end; ++u) {
             const double result = std::exp(*u);
             asm volatile("" : : "x"(result));

@@ -5,6 +5,7 @@
 #include <HalideRuntime.h>
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -14,8 +15,15 @@ namespace peers {
 
 // The limits: what a pipeline cannot be faster than.
 
-// `count` true divisions of whole vectors of the variant, independent of each other.
-void divideVectors(diffusefilt::PipelineVariant variant, int64_t count);
+// All operations of the definition for as many vectors, on registers and independent of each
+// other: makeLimitLoops.py writes a loop for each of many orders. None where libm has the
+// exponential.
+using LimitLoop = void (*)(int64_t vectors, float (*floor)(float));
+std::span<const LimitLoop> limitLoops(std::string_view pipeline);
+void run(LimitLoop loop, int64_t vectors);
+
+// The least time of each for a vector, in nanoseconds.
+std::vector<double> timesOf(std::span<const LimitLoop> loops);
 
 // `count` calls of libm's exp, on the arguments in turn.
 void callExp(const std::vector<double>& arguments, int64_t count);

@@ -18,9 +18,7 @@ def is_3d(name):
 def contenders(name, with_itk):
     """What `measure` is to time for the pipeline, by label."""
     shape = "192x192x128" if is_3d(name) else "2048x2048"
-    kinds = ["pipeline", "limit", "halide", "scalar", "pipeline/2", "halide/2", "copy/2"]
-    if "exponential_float32" in name:
-        kinds.remove("limit")
+    kinds = ["pipeline", "limit", "copy", "halide", "scalar", "pipeline/2", "halide/2", "copy/2"]
     if with_itk and "_minimal_exponential_" in name and name.endswith("_avx2"):
         kinds.append("itk")
     parts = {kind: kind.partition("/") for kind in kinds}
@@ -43,13 +41,20 @@ def ratio(run, above, below, of_least=False):
     return median(a / b for a, b in zip(ns[above], ns[below]))
 
 
+def over_limit(run, of_least=False):
+    """The limit is the operations or the bytes, whichever take longer."""
+    return min(ratio(run, "pipeline", kind, of_least) for kind in ("limit", "copy"))
+
+
 def speed_row(run):
     return {
         "pipeline": run["pipeline"],
         "ns": times(run)["pipeline"],
         "least": min(run["ns"]["pipeline"]),
-        "time / limit": ratio(run, "pipeline", "limit"),
-        "least / limit's": ratio(run, "pipeline", "limit", of_least=True),
+        "limit": min(run["ns"]["limit"]),
+        "copy": min(run["ns"]["copy"]),
+        "time / limit": over_limit(run),
+        "least / limit's": over_limit(run, of_least=True),
         "time / Halide": ratio(run, "pipeline", "halide"),
         "scalar / time": ratio(run, "scalar", "pipeline"),
         "ITK / time": ratio(run, "itk", "pipeline"),
@@ -91,10 +96,9 @@ class Aim(NamedTuple):
 
 def speed_aims(run):
     name, row = run["pipeline"], speed_row(run)
-    limit, halide, itk = row["time / limit"], row["time / Halide"], row["ITK / time"]
+    limit, halide, itk = row["least / limit's"], row["time / Halide"], row["ITK / time"]
     threads, copy = row["one thread / two"], row["two / copy"]
-    if limit is not None:
-        yield Aim(name, "at most 1.10 of the limit", limit, limit <= 1.10)
+    yield Aim(name, "at most 1.15 of the limit", limit, limit <= 1.15)
     if "exponential_float32_avx" in name:
         yield Aim(name, "at most 0.85 of natural Halide", halide, halide <= 0.85)
     else:
@@ -118,5 +122,5 @@ def misses(runs, aims_of):
 
 
 def reference_is_slow(runs):
-    return any(run["pipeline"] == REFERENCE and ratio(run, "pipeline", "limit") > TOLERATED
+    return any(run["pipeline"] == REFERENCE and over_limit(run) > TOLERATED
                for run in runs)

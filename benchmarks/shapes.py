@@ -47,10 +47,34 @@ def stride_row(run):
             for shape in run["ns"] if not shape.endswith("+16")}
 
 
+def row_contenders(name):
+    """In 2-D a row is a task, and its start the parallel loop's."""
+    return {"192": "pipeline/192x96x32", "1920": "pipeline/1920x20x16"} if is_3d(name) else {}
+
+
+def row_row(run):
+    return {"192 over 1920": ratio(run, "192", "1920")}
+
+
 def pool_contenders(name):
     shape = "64x64x8" if is_3d(name) else "64x64"
     return {"TBB, one thread": f"pipeline/{shape}", "TBB, two threads": f"pipeline/{shape}/2",
             "runtime's pool, two threads": f"pool/{shape}/2"}
+
+
+def small_contenders(name):
+    """Small pictures as parts of one that is as wide, whose height is theirs together."""
+    rows = "x16x2048" if is_3d(name) else "x4096"
+    found = {"large": "pipeline/" + ("192x192x64" if is_3d(name) else "1024x1024")}
+    for width in (16, 64):
+        for kind, threads in (("each", 1), ("tasks", 1), ("each", 2), ("tasks", 2)):
+            found[f"{width}, {kind}/{threads}"] = f"{kind}/{width}{rows}/{threads}"
+    return found
+
+
+def small_row(run):
+    """Over the large picture on one thread."""
+    return {label: ratio(run, label, "large") for label in run["ns"] if label != "large"}
 
 
 def clamp_contenders(name):
@@ -102,7 +126,12 @@ GROUPS = {
                   size_contenders, size_row, 1.15, ("growth",)),
     "stride": Group("strides that are powers of two, over those that are 16 elements longer",
                     stride_contenders, stride_row, 1.15),
+    "rows": Group("rows of 192 elements over rows of 1920, for one element",
+                  row_contenders, row_row, 1.04),
     "pool": Group("ns for one element of 64 x 64, or 64 x 64 x 8", pool_contenders, times),
+    "small": Group("small pictures over a large one on one thread, for one element: by width, each "
+                   "call after another or all as tasks, and by threads",
+                   small_contenders, small_row),
     "clamp": Group("clamped forms over the interior", clamp_contenders, clamp_row, 2),
     "in line": Group("in line (pictures one vector wide), ns for one element",
                      in_line_contenders, in_line_row, 1.5, ("time / scalar",)),

@@ -10,14 +10,10 @@ set(diffusefilt_plain -fno-exceptions -fno-stack-protector)
 set(diffusefilt_element
   ${diffusefilt_plain} -fno-unwind-tables -fno-asynchronous-unwind-tables -fno-plt)
 # The neighbours are independent chains of up to thirty operations each. Scheduled before
-# registers are given out, they stand interleaved.
+# registers are given out, they stand interleaved. Coordinates are clamped in general registers.
 list(APPEND diffusefilt_element
-  $<$<CXX_COMPILER_ID:GNU>:-fschedule-insns> $<$<CXX_COMPILER_ID:GNU>:-fsched-pressure>)
-# The addresses of the rows around one that is filtered stay apart, each in a register, under the
-# index that a loop counts: g++ would form differences of them anew in each row. Nor are numbers of
-# rows clamped in vector registers.
-list(APPEND diffusefilt_element
-  $<$<CXX_COMPILER_ID:GNU>:-fno-ivopts> $<$<CXX_COMPILER_ID:GNU>:-mno-stv>)
+  $<$<CXX_COMPILER_ID:GNU>:-fschedule-insns> $<$<CXX_COMPILER_ID:GNU>:-fsched-pressure>
+  $<$<CXX_COMPILER_ID:GNU>:-mno-stv>)
 if(DIFFUSEFILT_SANITIZE)
   list(APPEND diffusefilt_element -O1 -g1)  # a quarter of the compile time of -O2 -g
 endif()
@@ -44,12 +40,14 @@ target_link_libraries(diffusefilt_common INTERFACE diffusefilt_options halide_he
 
 # g++ would put its own floor in place of the call that none makes, and keep constants on the stack
 # from one call to the next; in avx it would read 32 bytes in two halves, as the first processors of
-# the set prefer.
+# the set prefer. In avx and avx2 it would form differences of the rows' addresses anew in each row,
+# instead of the addresses; in none it orders two loops better with them.
+set(keep_addresses $<$<CXX_COMPILER_ID:GNU>:-fno-ivopts>)
 diffusefilt_element_objects(none -msse2 -mno-sse3 -fno-builtin-floorf
   $<$<CXX_COMPILER_ID:GNU>:-fno-gcse>)
-diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma
+diffusefilt_element_objects(avx -mavx -mno-avx2 -mno-fma ${keep_addresses}
   $<$<CXX_COMPILER_ID:GNU>:-mno-avx256-split-unaligned-load>)
-diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi)
+diffusefilt_element_objects(avx2 -mavx2 -mfma -mbmi ${keep_addresses})
 
 # The frame is baseline code.
 add_library(diffusefilt_frame OBJECT
