@@ -182,7 +182,7 @@ void Board::tell(const std::string& text) {
 }
 
 std::shared_ptr<Board> runApart(const std::function<void(Board&)>& work) {
-    const auto board = shareBoard();
+    auto board = shareBoard();
     int ends[2] = {-1, -1};
     const pid_t parent = getpid();
     const pid_t child = pipe2(ends, O_CLOEXEC) == 0 ? fork() : -1;

@@ -22,7 +22,7 @@ void inParts(std::size_t count, std::size_t size, const Work& work) {
         const Work& work;
     } closure{count, size, work};
     const auto task = [](void*, int part, std::uint8_t* bytes) {
-        const auto& all = *reinterpret_cast<const Closure*>(bytes);
+        auto& all = *reinterpret_cast<Closure*>(bytes);
         const std::size_t begin = part * all.size;
         all.work(begin, std::min(begin + all.size, all.count));
         return 0;

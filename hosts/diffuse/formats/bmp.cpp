@@ -68,14 +68,16 @@ Contents open(const fs::path& file) {
         std::ifstream rows(file, std::ios::binary);
         rows.seekg(head.offset);
         std::string row(rowBytes(head), '\0');
+        const auto stride = static_cast<std::streamsize>(row.size());
         const std::size_t length = std::size_t{1} * channels * head.width;
-        for (std::size_t y = 0; rows.read(row.data(), row.size()) && y < height; ++y) {
+        for (std::size_t y = 0; y < height && rows.read(row.data(), stride); ++y) {
             std::byte* to = samples + length * (head.height < 0 ? y : height - 1 - y);
             for (std::size_t i = 0; i < length; ++i) {
                 const std::size_t x = i / channels;
                 const std::size_t from = 2 - i % channels;  // blue comes first
                 const auto index = static_cast<unsigned char>(row[hasPalette ? x : 3 * x + from]);
-                to[i] = std::byte(hasPalette ? palette[4 * index + from] : row[3 * x + from]);
+                to[i] = std::byte(hasPalette ? palette[std::size_t{4} * index + from]
+                                             : row[3 * x + from]);
             }
         }
     };

@@ -39,7 +39,7 @@ public:
         std::string all = text(group, element);
         std::ranges::replace(all, '\\', ' ');
         std::istringstream words(all);
-        const Vector numbers(std::istream_iterator<double>(words), {});
+        Vector numbers(std::istream_iterator<double>(words), {});
         if (!words.eof()) throw std::runtime_error("its header is damaged: '" + all + "'");
         return numbers;
     }
