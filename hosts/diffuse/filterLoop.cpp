@@ -72,7 +72,9 @@ std::vector<StepReport> filterIn(const FilterSettings& settings, const Picture& 
     using Clock = std::chrono::steady_clock;
     const diffusefilt_host::Pipeline& pipeline = diffusefilt_host::findPipeline(settings.pipeline);
     std::vector<StepReport> reports(settings.measure ? settings.iterations : 0);
-    const std::vector<Channel> channels = picture.filtered();
+    const bool hasPlanes = settings.pipeline.dimensions == 2;
+    const auto channels = hasPlanes ? planesOf(picture.filtered()) : picture.filtered();
+    const auto channelCount = static_cast<int>(channels.size());
     const std::size_t count = channels.front().size();
     auto image = roomFor<Element>(count);
     auto next = roomFor<Element>(count);
@@ -84,7 +86,7 @@ std::vector<StepReport> filterIn(const FilterSettings& settings, const Picture& 
                           viewOf(next.get(), channel.extents));
             if (settings.measure) {
                 reports[i].seconds += std::chrono::duration<double>(Clock::now() - start).count();
-                addChange(image.get(), next.get(), count, picture.filteredChannels(), reports[i]);
+                addChange(image.get(), next.get(), count, channelCount, reports[i]);
             }
             image.swap(next);
             onStep();

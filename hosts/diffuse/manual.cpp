@@ -28,6 +28,9 @@ std::string closing() {
         Stacks the slices of a DICOM series and shows what was done.
   diffuse head.nii.gz --slice z:90 --json
         Tells of a slice which threshold suits it and how long the steps take.
+  diffuse noisy/01.png --report choice.html
+        Shows in a browser what was done, and what other thresholds would do.
+  diffuse noisy/*.png --output-dir smooth -k 25 --keep-going
 
 While a work of more than a second goes on, standard error tells how far it is.
 A file is written whole or not at all, also when the disk is full or the program

@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "options.h"
 
+#include <commandline/describe.h>
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <iostream>
-#include <limits>
-#include <regex>
+#include <map>
 #include <string>
 
+#include "formats/Format.h"
 #include "manual.h"
+#include "optionTable.h"
+#include "standardStreams.h"
 
 namespace diffuse {
 
@@ -17,139 +21,97 @@ namespace {
 namespace fs = std::filesystem;
 namespace host = diffusefilt_host;
 
-// "z:90" is slice 90 on axis z.
-SliceChoice parseSlice(const std::string& text) {
-    std::smatch parts;
-    if (std::regex_match(text, parts, std::regex("([xyz]):([0-9]{1,9})"))) {
-        return {text[0] - 'x', std::stoi(parts[2])};
+void requireSense(const Options& options, bool isDry) {
+    if (options.output.empty() && options.preview.empty() && options.page.empty() &&
+        !options.json && options.noiseSigma == 0 && !isDry) {
+        throw UsageError(
+            "nothing to do without --output, --output-dir, --suffix, --report, --preview, --json "
+            "or "
+            "--add-noise");
     }
-    throw CLI::ValidationError("--slice", "expected AXIS:INDEX like z:90, not " + text);
-}
-
-// NaN and infinities are numbers for CLI11.
-std::optional<double> positiveNumber(const std::string& text) {
-    double value = 0;
-    const bool good = CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value > 0;
-    return good ? std::optional(value) : std::nullopt;
-}
-
-std::string requirePositive(const std::string& text) {
-    return positiveNumber(text) ? "" : "expected a finite number above 0, not " + text;
-}
-
-std::string requirePositiveOrAuto(const std::string& text) {
-    return text == "auto" ? "" : requirePositive(text);
-}
-
-CLI::Validator wholeNumberFrom(int least) {
-    return CLI::Range(least, std::numeric_limits<int>::max()).description("");
-}
-
-void requireSense(const Options& options) {
-    if (options.output.empty() && options.preview.empty() && !options.json &&
-        options.noiseSigma == 0) {
-        throw UsageError("nothing to do without --output, --preview, --json or --add-noise");
+    if (options.json && isStream(options.output)) {
+        throw UsageError("standard output takes either the result or the report of --json");
     }
-    for (const fs::path& written : {options.output, options.preview}) {
-        if (isSameFile(options.input, written)) {
-            throw UsageError(written.string() + " is the input, which stays as it is");
+    const fs::path written[] = {options.output, options.preview, options.page};
+    for (const fs::path& file : written) {
+        if (isSameFile(options.input, file) && !isStream(file)) {
+            throw UsageError(file.string() + " is the input, which stays as it is");
         }
-    }
-    if (isSameFile(options.output, options.preview)) {
-        throw UsageError("--output and --preview name the same file");
+        if (std::ranges::count_if(
+                written, [&](const fs::path& other) { return isSameFile(other, file); }) > 1) {
+            throw UsageError("two options name the same file, " + file.string());
+        }
     }
     if (options.threshold) {
         requireUsableThreshold(*options.threshold, options.pipeline.elementType);
     }
 }
 
-void addFiles(CLI::App& app, Options& options, std::string& slice) {
-    app.add_option("input", options.input,
-                   "Picture or volume, or a folder that holds one DICOM series")
-        ->required()
-        ->type_name("INPUT");
-    const auto add = [&](const char* names, auto& value, const char* type, const char* words) {
-        return app.add_option(names, value, words)->type_name(type)->group("Files");
-    };
-    add("-o,--output", options.output, "FILE",
-        "Write the result here, in the format of the name's extension");
-    add("--preview", options.preview, "FILE",
-        "Write a picture in 8 bits to look at: the input and the result, with --add-noise the "
-        "noisy one between them, side by side; of a volume, one above the other, its central "
-        "axial, coronal and sagittal slices");
-    add("--slice", slice, "AXIS:INDEX",
-        "Filter one slice of a volume as a picture; AXIS is x, y or z, as the samples stand in the "
-        "file, and INDEX counts from 0: z:90");
-    app.add_option_function<std::string>(
-           "--nan", [&](const std::string& word) { options.spreadsNan = word == "spread"; },
-           "What to do with samples that are infinite or no numbers: refuse the input (default), "
-           "or let them spread to their neighbours with every step")
-        ->type_name("refuse|spread")
-        ->group("Files")
-        ->check(CLI::IsMember(std::vector<std::string>{"refuse", "spread"}).description(""));
+// The input's name in the folder of the results, in a format that is written.
+fs::path outputFor(const fs::path& input, const fs::path& folder, const std::string& suffix) {
+    const bool isFolder = fs::is_directory(input);
+    const fs::path whole = isFolder ? fs::canonical(input) : input;
+    const std::string name = whole.filename().string();
+    std::string extension = isFolder ? "" : whole.extension().string();
+    if (name.ends_with(".nii" + extension)) extension = ".nii" + extension;
+    const std::string stem = name.substr(0, name.size() - extension.size());
+    if (!isWritten(name)) extension = ".nrrd";
+    return (folder.empty() ? whole.parent_path() : folder) / (stem + suffix + extension);
 }
 
-// An axis of the pipeline, in the words of the exported names or one of `further`, which leave it.
-template <class Axis>
-void addAxis(CLI::App& app, const char* name, Axis& axis, const char* words,
-             std::vector<std::string> further = {}) {
-    static constexpr auto known = host::wordsOf<Axis>();
-    const auto take = [&axis](const std::string& word) {
-        if (std::ranges::find(known, word) != known.end()) axis = host::fromWord<Axis>(word);
-    };
-    further.insert(further.end(), known.begin(), known.end());
-    app.add_option_function<std::string>(name, take, words)
-        ->type_name("NAME")
-        ->group("Filter")
-        ->check(CLI::IsMember(further).description(""));
+std::string describe(const CLI::App& app, const std::string& reader) {
+    return reader == "bash"  ? commandline::bashCompletion(app)
+           : reader == "zsh" ? commandline::zshCompletion(app)
+                             : commandline::manualOptions(app);
 }
 
-void addPipeline(CLI::App& app, host::Axes& axes) {
-    addAxis(app, "--connectivity", axes.connectivity,
-            "minimal: the neighbours that share a side, 4 or 6 (default); maximal: those that "
-            "share a corner too, 8 or 26");
-    addAxis(app, "--conduction", axes.conduction,
-            "Conductance of a difference d. quadratic: 1 / (1 + (d / K)^2) (default); "
-            "exponential: exp(-(d / K)^2), which keeps edges more strictly");
-    addAxis(app, "--type", axes.elementType,
-            "Arithmetic: float64 (default), or float32, which is faster");
-    addAxis(app, "--instruction-set", axes.instructionSet,
-            "Of the processor: none (any x86-64), avx, avx2 (with FMA3 and BMI1), or auto, the "
-            "best that it can run (default). Results differ between them by rounding",
-            {"auto"});
+// One after the other in the order of the table, with what was given to them.
+std::vector<std::string> decidingWords(const CLI::App& app) {
+    std::vector<std::string> words;
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string group = option->get_group();
+        if (option->count() == 0 || (group != "Input" && group != "Filter" && group != "Trial") ||
+            option->check_name("-n") || option->check_name("-k") ||
+            option->check_name("--threads")) {
+            continue;
+        }
+        words.push_back(option->get_name());
+        if (option->get_type_size() > 0) words.push_back(option->results().front());
+    }
+    return words;
 }
 
-void addFilter(CLI::App& app, Options& options, std::string& threshold) {
-    const auto add = [&](const char* names, auto& value, const char* type, const auto& check,
-                         const char* words) {
-        app.add_option(names, value, words)->type_name(type)->group("Filter")->check(check);
-    };
-    add("-n,--iterations", options.iterations, "N", wholeNumberFrom(0),
-        "Number of steps (default 3)");
-    add("-k,--threshold", threshold, "VALUE|auto", requirePositiveOrAuto,
-        "Gradient threshold K in the units of the samples. auto, the default, takes a multiple of "
-        "the standard deviation of the noise, estimated from the input, that falls with the number "
-        "of steps");
-    addPipeline(app, options.pipeline);
-    add("--threads", options.threads, "N", wholeNumberFrom(1),
-        "Number of threads (default: all that the processor runs). It changes no result");
-}
-
-void addReports(CLI::App& app, Options& options) {
-    app.add_flag("--json", options.json,
-                 "Print a report in JSON: pipeline, threshold, noise, times in seconds, and how "
-                 "far each step moved the values")
-        ->group("Reports");
-    app.add_option("--add-noise", options.noiseSigma,
-                   "Add Gaussian noise of this standard deviation before filtering, and report the "
-                   "PSNR before and after")
-        ->type_name("SIGMA")
-        ->group("Reports")
-        ->check(requirePositive);
-    app.add_option("--seed", options.seed, "Seed of this noise (default 1)")
-        ->type_name("N")
-        ->group("Reports");
-    app.set_help_flag("-h,--help", "Print this and exit")->group("Reports");
+// Every input with the options of the first file.
+void planFiles(const CommandLine& line, Plan& plan) {
+    const Options common = plan.files.front();
+    const bool areMany = line.inputs.size() > 1;
+    const bool areNamed = !plan.folder.empty() || !line.suffix.empty();
+    if (areMany && !(common.output.empty() && common.preview.empty() && common.page.empty())) {
+        throw UsageError(
+            "--output, --preview and --report take one input; --output-dir takes many");
+    }
+    if (areNamed && !common.output.empty()) {
+        throw UsageError("either --output names the result, or --output-dir and --suffix do");
+    }
+    if (line.inputs.empty()) throw UsageError("no input is given (see diffuse --help)");
+    plan.files.clear();
+    std::map<fs::path, fs::path> inputs;  // by their outputs
+    for (const std::string& input : line.inputs) {
+        Options& options = plan.files.emplace_back(common);
+        options.input = input;
+        options.isOneOfMany = areMany;
+        if (areMany && isStream(input)) throw UsageError("standard input is the only input");
+        if (areNamed && isStream(input))
+            throw UsageError("standard input has no name for a result");
+        if (areNamed) options.output = outputFor(input, plan.folder, line.suffix);
+        requireSense(options, plan.isDry);
+        if (options.output.empty()) continue;
+        const auto [place, isNew] = inputs.emplace(options.output.lexically_normal(), input);
+        if (!isNew) {
+            throw UsageError(place->second.string() + " and " + input + " would both become " +
+                             options.output.string());
+        }
+    }
 }
 
 }  // namespace
@@ -178,28 +140,30 @@ void requireUsableThreshold(double threshold, host::ElementType elementType) {
                      wordOf(elementType) + " can divide by");
 }
 
-std::optional<Options> parseOptions(int argc, const char* const* argv) {
-    Options options;
-    std::string slice;
-    std::string threshold = "auto";
+std::optional<Plan> parseOptions(int argc, const char* const* argv) {
+    Plan plan{{Options()}, {}};
+    CommandLine line;
     CLI::App app(introduction(), "diffuse");
     app.footer(closing());
     app.formatter(std::make_shared<ManualFormatter>());
-    addFiles(app, options, slice);
-    addFilter(app, options, threshold);
-    addReports(app, options);
+    addOptions(app, plan, line);
     try {
         app.parse(argc, argv);
-        if (!slice.empty()) options.slice = parseSlice(slice);
-        options.threshold = positiveNumber(threshold);
-        requireSense(options);
+        if (!line.described.empty()) {
+            std::cout << describe(app, line.described);
+            return std::nullopt;
+        }
+        plan.files.front().words = decidingWords(app);
+        planFiles(line, plan);
+        return plan;
     } catch (const CLI::CallForHelp&) {
         std::cout << app.help();
-        return std::nullopt;
+    } catch (const CLI::CallForVersion& version) {
+        std::cout << version.what() << '\n';
     } catch (const CLI::ParseError& error) {
         throw UsageError(std::string(error.what()) + " (see diffuse --help)");
     }
-    return options;
+    return std::nullopt;
 }
 
 }  // namespace diffuse

@@ -11,11 +11,13 @@
 #include "childProcess.h"
 #include "formats/Format.h"
 #include "pictureFile.h"
+#include "standardStreams.h"
 
 namespace diffuse {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Axis, extent, spacing, direction)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Picture, axes, origin, sampleType, pixelKind, channels, notes)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Picture, axes, origin, sampleType, pixelKind, channels, count,
+                                   notes)
 
 namespace {
 
@@ -97,8 +99,14 @@ std::uint64_t sizeOfFiles(const std::vector<fs::path>& files) {
     return size;
 }
 
-void readInChild(const fs::path& file, const std::optional<SliceChoice>& slice, bool spreadsNan,
-                 Board& board) {
+// Slices of a volume become pictures of a series.
+void takeForPages(Picture& picture) {
+    if (picture.axes.size() != 3) return;
+    picture.count = picture.axes.back().extent;
+    picture.axes.pop_back();
+}
+
+void readInChild(const fs::path& file, const ReadSettings& settings, Board& board) {
     const Format* format = formatOf(file);
     if (!format) {
         if (const Format* named = formatOfName(file)) board.begin(named->name, 0);
@@ -111,44 +119,54 @@ void readInChild(const fs::path& file, const std::optional<SliceChoice>& slice, 
     if (!contents.companion.empty()) files.push_back(contents.companion);
     requireSensible(contents, sizeOfFiles(files));
     Picture picture = contents.picture;
+    if (format->hasPages && !settings.pagesAreVolume) takeForPages(picture);
     const bool isScaled = contents.slope != 1 || contents.shift != 0;
     const std::size_t growth = isScaled ? sizeof(double) / sizeOf(picture.sampleType) : 1;
     board.promise(picture.bytes() * growth);
     const std::shared_ptr<std::byte> shared(&board.samples[0], [](std::byte*) {});
-    if (isScaled || slice) {
+    if (isScaled || settings.slice) {
         picture.makeRoom();
     } else {
         picture.samples = shared;
     }
     contents.read(picture.samples.get());
-    if (slice) picture = takeSlice(picture, *slice);
-    requireNumbers(picture, spreadsNan);
+    if (settings.slice) picture = takeSlice(picture, *settings.slice);
+    requireNumbers(picture, settings.spreadsNan);
     if (isScaled) {
         picture = converted(picture, SampleType::float64, contents.slope, contents.shift);
-        requireNumbers(picture, spreadsNan);
+        requireNumbers(picture, settings.spreadsNan);
     }
     if (picture.samples != shared) {
         std::memcpy(board.samples, picture.samples.get(), picture.bytes());
     }
     std::vector<std::string> names(files.begin(), files.end());
     std::string header;
-    Json::to_cbor({{"picture", picture}, {"files", names}}, header);
+    const std::string suffix = format->suffixes.front();
+    Json::to_cbor({{"picture", picture},
+                   {"files", names},
+                   {"suffix", isWritten("picture" + suffix) ? suffix : ".nrrd"},
+                   {"knowsSpacing", !format->hasPages}},
+                  header);
     board.tell(header);
 }
 
 }  // namespace
 
-Input readPicture(const fs::path& file, const std::optional<SliceChoice>& slice, bool spreadsNan) {
+Input readPicture(const fs::path& file, const ReadSettings& settings) {
     Input input;
+    std::optional<StandardInput> stream;
     explainFailures(file.string() + ": ", [&] {
+        if (isStream(file)) stream.emplace();
+        const fs::path& source = stream ? stream->path() : file;
         if (fs::exists(file) && !fs::is_directory(file) && !fs::is_regular_file(file)) {
             throw Refusal("neither a file nor a folder");
         }
-        const auto board =
-            runApart([&](Board& shared) { readInChild(file, slice, spreadsNan, shared); });
+        const auto board = runApart([&](Board& shared) { readInChild(source, settings, shared); });
         const Json json = Json::from_cbor(board->header, board->header + board->headerSize);
         const std::vector<std::string> names = json.at("files");
         input.files.assign(names.begin(), names.end());
+        input.suffix = json.at("suffix");
+        input.knowsSpacing = json.at("knowsSpacing");
         input.picture = json.at("picture");
         // What the child tells is not trusted any further than the memory that it filled.
         if (requireSize(input.picture) > board->sampleRoom) throw std::bad_alloc();

@@ -56,6 +56,31 @@ private:
     std::int64_t all_ = 0, below_ = 0, above_ = 0;
 };
 
+// Bins that hold as many whole numbers each, where all samples are such: others would show a comb.
+// `wanted` of them reach to `end`, from nothing or, if both signs count, from -end.
+Counter counterTo(double end, int wanted, bool hasBothSigns, bool areWhole) {
+    double width = (hasBothSigns ? 2 : 1) * end / wanted;
+    if (areWhole) width = 2 * std::ceil((width - 1) / 2) + 1;  // odd: symmetrical about 0
+    const int bins = std::max(1, static_cast<int>(std::ceil((hasBothSigns ? 2 : 1) * end / width)));
+    if (hasBothSigns) {
+        const double half = (bins / 2 + 0.5) * width;
+        return {{-half, half}, bins / 2 * 2 + 1};
+    }
+    const double start = areWhole ? -0.5 : 0;
+    return {{start, start + bins * width}, bins};
+}
+
+bool areWhole(const std::vector<Samples>& channels) {
+    bool result = true;
+    for (const Samples& samples : channels) {
+        forEachSample(samples, [&](int x, int y, int z) {
+            const float value = samples(x, y, z);
+            result = result && (value == std::rint(value) || !std::isfinite(value));
+        });
+    }
+    return result;
+}
+
 template <typename Visitor>
 void forEachDifference(const std::vector<Samples>& before, const std::vector<Samples>& after,
                        const Visitor& visit) {
@@ -70,7 +95,7 @@ void forEachDifference(const std::vector<Samples>& before, const std::vector<Sam
 }  // namespace
 
 Removed measureRemoved(const std::vector<Samples>& before, const std::vector<Samples>& after) {
-    constexpr int bins = 81;  // odd: nothing removed has a bin of its own
+    constexpr int bins = 81;
     Removed removed;
     double sum = 0;
     double squares = 0;
@@ -87,7 +112,7 @@ Removed measureRemoved(const std::vector<Samples>& before, const std::vector<Sam
         removed.rootMeanSquare = std::sqrt(squares / count);
     }
     const double end = removed.rootMeanSquare > 0 ? 4 * removed.rootMeanSquare : 1;
-    Counter counter({-end, end}, bins);
+    Counter counter = counterTo(end, bins, true, areWhole(before) && areWhole(after));
     forEachDifference(before, after, [&](double d) { counter.add(d); });
     removed.histogram = counter.result();
     return removed;
@@ -95,7 +120,7 @@ Removed measureRemoved(const std::vector<Samples>& before, const std::vector<Sam
 
 Histogram measureGradients(const std::vector<Samples>& channels, double threshold, int dimensions) {
     constexpr int bins = 120;
-    Counter counter({0, 4 * threshold}, bins);
+    Counter counter = counterTo(4 * threshold, bins, false, areWhole(channels));
     for (const Samples& samples : channels) {
         const auto& shape = samples.shape();
         forEachSample(samples, [&](int x, int y, int z) {

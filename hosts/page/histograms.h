@@ -18,13 +18,13 @@ struct Histogram {
 struct Removed {
     double mean = 0, rootMeanSquare = 0;  // of before - after, where both are finite
     Range range;
-    Histogram histogram;  // of four times the root mean square to both sides
+    Histogram histogram;  // to four times the root mean square on both sides, 0 in the middle
 };
 
 // Throws nothing.
 Removed measureRemoved(const std::vector<Samples>& before, const std::vector<Samples>& after);
 
-// The sizes of the differences of neighbours along the axes, from 0 to four thresholds; the
+// The sizes of the differences of neighbours along the axes, from 0 to about four thresholds; the
 // gradients that the step compares with the threshold.
 Histogram measureGradients(const std::vector<Samples>& channels, double threshold, int dimensions);
 

@@ -13,10 +13,12 @@ std::vector<Channel> channelsOf(const Picture& picture, int count) {
     std::vector<int> extents;
     for (int d = 0; d < picture.dimensions(); ++d) extents.push_back(picture.axes[d].extent);
     std::vector<Channel> channels;
-    for (int c = 0; c < count; ++c) {
-        channels.push_back({picture.samples.get() + c * sizeOf(picture.sampleType),
-                            picture.sampleType, static_cast<std::size_t>(picture.channels),
-                            extents});
+    for (int i = 0; i < picture.count; ++i) {
+        std::byte* const first = picture.samples.get() + picture.bytes() / picture.count * i;
+        for (int c = 0; c < count; ++c) {
+            channels.push_back({first + c * sizeOf(picture.sampleType), picture.sampleType,
+                                static_cast<std::size_t>(picture.channels), extents});
+        }
     }
     return channels;
 }
@@ -25,6 +27,9 @@ void requireSlice(const Picture& volume, const SliceChoice& choice) {
     if (volume.dimensions() != 3) {
         throw std::runtime_error("a slice needs a volume of 3 dimensions, this picture has " +
                                  std::to_string(volume.dimensions()));
+    }
+    if (volume.count > 1) {
+        throw std::runtime_error("a slice is taken of a volume, not of a series");
     }
     const int extent = volume.axes[choice.axis].extent;
     if (choice.index >= extent) {
@@ -47,9 +52,9 @@ int Picture::filteredChannels() const {
 }
 
 std::size_t Picture::bytes() const {
-    std::size_t count = channels * sizeOf(sampleType);
-    for (const Axis& axis : axes) count *= axis.extent;
-    return count;
+    std::size_t bytes = std::size_t{1} * count * channels * sizeOf(sampleType);
+    for (const Axis& axis : axes) bytes *= axis.extent;
+    return bytes;
 }
 
 void Picture::makeRoom() {
@@ -61,7 +66,9 @@ std::vector<Channel> Picture::filtered() const {
 }
 
 std::vector<Channel> Picture::shown() const {
-    return channelsOf(*this, inColour(pixelKind) ? 3 : 1);
+    auto channels = channelsOf(*this, inColour(pixelKind) ? 3 : 1);
+    channels.resize(inColour(pixelKind) ? 3 : 1);
+    return channels;
 }
 
 Picture converted(const Picture& picture, SampleType type, double slope, double shift) {

@@ -39,6 +39,7 @@ struct Picture {
     SampleType sampleType = SampleType::float64;
     PixelKind pixelKind = PixelKind::grey;
     int channels = 1;
+    int count = 1;  // of pictures or volumes of these axes in a series, one after the other
     // What else the file tells and its own format can keep, as text or bytes, by names that only
     // the formats know.
     std::map<std::string, std::string> notes = {};
@@ -49,10 +50,11 @@ struct Picture {
     // trailing axes of a single sample do not count, down to two.
     [[nodiscard]] int dimensions() const;
     [[nodiscard]] int filteredChannels() const;
-    [[nodiscard]] std::size_t bytes() const;  // of all samples
-    void makeRoom();                          // for samples of its own
-    [[nodiscard]] std::vector<Channel> filtered() const;
-    // Those that are looked at: colours without their opacity, of vectors the first component.
+    [[nodiscard]] std::size_t bytes() const;              // of all samples
+    void makeRoom();                                      // for samples of its own
+    [[nodiscard]] std::vector<Channel> filtered() const;  // of the whole series
+    // Those that are looked at: of the first of a series, colours without their opacity, of vectors
+    // the first component.
     [[nodiscard]] std::vector<Channel> shown() const;
 };
 

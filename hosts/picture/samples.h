@@ -93,6 +93,19 @@ struct Channel {
     }
 };
 
+// The planes of volumes along their last axis; pictures as they are.
+inline std::vector<Channel> planesOf(const std::vector<Channel>& channels) {
+    std::vector<Channel> planes;
+    for (const Channel& channel : channels) {
+        const int count = channel.extents.size() == 3 ? channel.extents[2] : 1;
+        Channel plane = channel;
+        plane.extents.resize(2);
+        const std::size_t bytes = plane.size() * plane.stride * sizeOf(plane.type);
+        for (int i = 0; i < count; ++i, plane.first += bytes) planes.push_back(plane);
+    }
+    return planes;
+}
+
 struct Range {
     double lowest = HUGE_VAL, highest = -HUGE_VAL;
     // 0 without finite samples.

@@ -19,7 +19,8 @@ constexpr int lines = 10;  // of a work that is quicker than one in every interv
 
 }  // namespace
 
-Progress::Progress(std::int64_t steps) : steps_(steps), onTerminal_(isatty(STDERR_FILENO) != 0) {}
+Progress::Progress(std::int64_t steps, bool isSilent)
+    : steps_(steps), isSilent_(isSilent), onTerminal_(isatty(STDERR_FILENO) != 0) {}
 
 Progress::~Progress() {
     if (onTerminal_ && lastShown_ != Clock::time_point{}) std::fputs("\r\033[K", stderr);
@@ -28,7 +29,7 @@ Progress::~Progress() {
 void Progress::advance() {
     ++done_;
     const auto now = Clock::now();
-    if (now - start_ < quietTime || done_ == steps_) return;
+    if (isSilent_ || now - start_ < quietTime || done_ == steps_) return;
     if (onTerminal_) {
         if (now - lastShown_ < barInterval) return;
         drawBar(now);

@@ -21,6 +21,12 @@ std::string line(const char* format, Numbers... numbers) {
     return text;
 }
 
+std::string filtering(const Report& report) {
+    return line("threshold %.4g%s, %d %s", report.threshold,
+                report.thresholdIsAuto ? " (auto)" : "", report.iterations,
+                report.iterations == 1 ? "step" : "steps");
+}
+
 }  // namespace
 
 std::string plainReport(const Report& report) {
@@ -36,6 +42,28 @@ std::string plainReport(const Report& report) {
     if (report.psnr) {
         text += line("PSNR before: %.2f dB\nPSNR after: %.2f dB\n", report.psnr->before,
                      report.psnr->after);
+    }
+    return text;
+}
+
+std::string shortReport(const Report& report) {
+    return report.input + (report.output.empty() ? "" : " -> " + report.output) + ": " +
+           filtering(report) + line(", %.2f s\n", report.seconds.filter);
+}
+
+std::string verboseReport(const Report& report, const Picture& result) {
+    std::string text = report.input + ": ";
+    for (int d = 0; d < result.dimensions(); ++d) {
+        text += (d == 0 ? "" : " x ") + std::to_string(result.axes[d].extent);
+    }
+    text += std::string(" samples of ") + sampleTypeNames[static_cast<int>(result.sampleType)] +
+            line(", %d %s, %d in series, read in %.2f s\n", result.channels,
+                 result.channels == 1 ? "channel" : "channels", result.count, report.seconds.read);
+    text += report.pipeline + ": " + filtering(report) +
+            line(", filtered in %.2f s by %d %s\n", report.seconds.filter, report.threads,
+                 report.threads == 1 ? "thread" : "threads");
+    for (const std::string& name : {report.output, report.preview, report.page}) {
+        if (!name.empty()) text.append("writes ").append(name).append("\n");
     }
     return text;
 }
@@ -56,9 +84,11 @@ std::string jsonReport(const Report& report, const Picture& result) {
     Json json = {{"input", fileName(report.input)},
                  {"output", fileName(report.output)},
                  {"preview", fileName(report.preview)},
+                 {"page", fileName(report.page)},
                  {"samples",
                   {{"extents", extents},
                    {"spacing", spacing},
+                   {"pictures", result.count},
                    {"channels", result.channels},
                    {"type", sampleTypeNames[static_cast<int>(result.sampleType)]}}},
                  {"pipeline", report.pipeline},
@@ -73,7 +103,8 @@ std::string jsonReport(const Report& report, const Picture& result) {
                   {{"read", report.seconds.read},
                    {"filter", report.seconds.filter},
                    {"write", report.seconds.write}}},
-                 {"steps", steps}};
+                 {"steps", steps},
+                 {"remarks", report.remarks}};
     if (report.psnr) {
         json["psnr"] = {{"before", report.psnr->before}, {"after", report.psnr->after}};
     }

@@ -19,7 +19,7 @@ struct StepReport {
 };
 
 struct Report {
-    std::string input, output, preview;  // names of files; empty for none
+    std::string input, output, preview, page;  // names of files; empty for none
     std::string pipeline;
     double threshold = 0;
     bool thresholdIsAuto = false;
@@ -33,11 +33,18 @@ struct Report {
     struct Psnr {
         double before = 0, after = 0;  // in dB
     };
-    std::optional<Psnr> psnr;  // if noise was added
+    std::optional<Psnr> psnr;          // if noise was added
+    std::vector<std::string> remarks;  // what the reader should heed
 };
 
 // For people: what they did not choose themselves, and the PSNR.
 std::string plainReport(const Report& report);
+
+// One line on one of many files.
+std::string shortReport(const Report& report);
+
+// All of the work, in lines; `result` may be without samples.
+std::string verboseReport(const Report& report, const Picture& result);
 
 // One object; `result` may be without samples. Numbers that are not finite become null.
 std::string jsonReport(const Report& report, const Picture& result);

@@ -31,9 +31,20 @@ Heading headingOf(const Picture& picture, std::size_t axis) {
 // Samples of a picture as they are shown: the first, and the steps to the right and downwards.
 struct Panel {
     std::vector<Channel> channels;
-    int width, height;
+    int width, height;  // in samples
     std::ptrdiff_t first, right, down;
+    int shownWidth, shownHeight;  // in pixels
 };
+
+// The pixels of an axis of a volume, whose finest axis has one for each sample.
+int pixelsOf(const Picture& picture, std::size_t axis) {
+    constexpr double most = 16;  // pixels for a sample
+    const auto& axes = picture.axes;
+    if (picture.dimensions() < 3) return axes[axis].extent;
+    const double finest = std::ranges::min(axes, {}, &Axis::spacing).spacing;
+    return static_cast<int>(
+        std::lround(axes[axis].extent * std::min(most, axes[axis].spacing / finest)));
+}
 
 // The plane in the middle of an axis; of a picture, whose third axis is none, all of it.
 Panel uprightPanel(const Picture& picture, std::size_t cut) {
@@ -44,8 +55,9 @@ Panel uprightPanel(const Picture& picture, std::size_t cut) {
     if (headingOf(picture, axes[0]).component > headingOf(picture, axes[1]).component) {
         std::swap(axes[0], axes[1]);
     }
-    Panel panel{channels, extents[axes[0]], extents[axes[1]],
-                0,        strides[axes[0]], strides[axes[1]]};
+    Panel panel{
+        channels,         extents[axes[0]], extents[axes[1]],           0,
+        strides[axes[0]], strides[axes[1]], pixelsOf(picture, axes[0]), pixelsOf(picture, axes[1])};
     if (cut < extents.size()) panel.first = extents[cut] / 2 * strides[cut];
     if (headingOf(picture, axes[0]).backwards) {
         panel.first += (panel.width - 1) * panel.right;
@@ -82,9 +94,12 @@ void paste(const Panel& panel, int left, int top, const Range& range, const Pict
     const double scale = range.length() > 0 ? 255 / range.length() : 1;
     for (int c = 0; c < sheet.channels; ++c) {
         const Channel& channel = panel.channels[c];
-        for (int y = 0; y < panel.height; ++y) {
-            for (int x = 0; x < panel.width; ++x) {
-                const double value = channel.value(panel.first + x * panel.right + y * panel.down);
+        for (int y = 0; y < panel.shownHeight; ++y) {
+            for (int x = 0; x < panel.shownWidth; ++x) {
+                const std::int64_t column = std::int64_t{x} * panel.width / panel.shownWidth;
+                const std::int64_t row = std::int64_t{y} * panel.height / panel.shownHeight;
+                const double value =
+                    channel.value(panel.first + column * panel.right + row * panel.down);
                 const std::size_t pixel = std::size_t(top + y) * sheet.axes[0].extent + left + x;
                 sheet.samples.get()[pixel * sheet.channels + c] =
                     std::byte(toSample<std::uint8_t>((value - range.lowest) * scale));
@@ -95,14 +110,14 @@ void paste(const Panel& panel, int left, int top, const Range& range, const Pict
 
 }  // namespace
 
-Picture montage(const std::vector<const Picture*>& pictures) {
+Picture montage(const std::vector<const Picture*>& pictures, const std::optional<Range>& greys) {
     const std::vector<Row> rows = arrange(pictures);
-    const Range range = rangeOf(pictures.front()->shown());
+    const Range range = greys ? *greys : rangeOf(pictures.front()->shown());
     int width = -gap;
     int rowHeight = 0;
     for (const Panel& panel : rows.front()) {
-        width += panel.width + gap;
-        rowHeight = std::max(rowHeight, panel.height);
+        width += panel.shownWidth + gap;
+        rowHeight = std::max(rowHeight, panel.shownHeight);
     }
     const int height = static_cast<int>(rows.size()) * (rowHeight + gap) - gap;
     Picture sheet{{{width}, {height}}};
@@ -116,7 +131,7 @@ Picture montage(const std::vector<const Picture*>& pictures) {
         int left = 0;
         for (const Panel& panel : row) {
             paste(panel, left, top, range, sheet);
-            left += panel.width + gap;
+            left += panel.shownWidth + gap;
         }
         top += rowHeight + gap;
     }

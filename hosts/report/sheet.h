@@ -2,6 +2,7 @@
 // Pictures beside each other, to be looked at.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "picture/picture.h"
@@ -13,6 +14,7 @@ namespace diffuse {
 // Pictures stand in one row; each volume takes a row of its own: its central axial, coronal and
 // sagittal slice. Slices of a head stand upright, as radiologists show them: anterior or superior
 // up, the patient's right side or front at the left.
-Picture montage(const std::vector<const Picture*>& pictures);
+Picture montage(const std::vector<const Picture*>& pictures,
+                const std::optional<Range>& greys = {});
 
 }  // namespace diffuse

@@ -65,6 +65,11 @@ const Format* formatOf(const fs::path& file) {
     return nullptr;
 }
 
+bool isWritten(const fs::path& file) {
+    const Format* format = formatOfName(file);
+    return format && format->write && file.extension() != ".mhd" && file.extension() != ".nhdr";
+}
+
 void requireHeld(const Format& format, const Picture& picture) {
     constexpr const char* kinds[] = {"greys", "greys with opacity", "colours",
                                      "colours with opacity", "vectors"};
@@ -73,6 +78,9 @@ void requireHeld(const Format& format, const Picture& picture) {
     };
     const std::pair<bool, std::string> lost[] = {
         {!format.holdsVolumes && picture.dimensions() > 2, "volumes"},
+        {picture.count > 1 && !format.holdsSeries &&
+             !(format.hasPages && picture.dimensions() == 2),
+         "series"},
         {!isIn(format.kinds, picture.pixelKind), kinds[static_cast<int>(picture.pixelKind)]},
         {!isIn(format.types, picture.sampleType),
          std::string("samples of ") + sampleTypeNames[static_cast<int>(picture.sampleType)]},
@@ -104,10 +112,11 @@ std::uint64_t requireSize(const Picture& picture) {
         pixels *= requireExtent(axis.extent);
     }
     const std::uint64_t each = requireExtent(picture.channels) * sizeOf(picture.sampleType);
-    if (static_cast<double>(pixels) * static_cast<double>(each) > beyondAll) {
+    const std::uint64_t count = requireExtent(picture.count);
+    if (static_cast<double>(pixels) * static_cast<double>(each * count) > beyondAll) {
         throw Refusal("not enough memory for its samples");
     }
-    return pixels * each;
+    return pixels * each * count;
 }
 
 }  // namespace diffuse

@@ -48,6 +48,8 @@ struct Format {
     std::vector<PixelKind> kinds = {};
     std::vector<SampleType> types = {};
     bool holdsVolumes = true, holdsProfiles = false;
+    bool hasPages = false;     // which may be pictures or the slices of a volume
+    bool holdsSeries = false;  // of volumes; of pictures also where it has pages
 };
 
 // Throws Refusal if the format does not hold such a picture, which may be without samples.
@@ -69,6 +71,9 @@ const Format* formatOf(const std::filesystem::path& file);
 
 // The format whose suffix ends the name, whatever the case of its letters; null if there is none.
 const Format* formatOfName(const std::filesystem::path& file);
+
+// Whether files of this name are written.
+bool isWritten(const std::filesystem::path& file);
 
 // The extent of an axis, 1 to 2147483647. Throws Refusal for any other.
 int requireExtent(std::uint64_t samples);

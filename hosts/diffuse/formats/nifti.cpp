@@ -32,9 +32,11 @@ void describeSamples(const nifti_image& image, Contents& contents) {
         throw Refusal(std::string("its samples are of the type ") +
                       nifti_datatype_to_string(image.datatype));
     }
-    if (image.nvox != image.nx * image.ny * image.nz) {
-        throw Refusal(std::to_string(image.dim[0]) + " dimensions, 2 or 3 are needed");
+    const std::int64_t count = std::max<std::int64_t>(image.nt, 1);
+    if (image.nvox != image.nx * image.ny * image.nz * count) {
+        throw Refusal(std::to_string(image.dim[0]) + " dimensions, 2 to 4 are needed");
     }
+    picture.count = requireExtent(count);
     picture.sampleType = static_cast<SampleType>(type - types);
     if (image.datatype == DT_RGB24 || image.datatype == DT_RGBA32) {
         picture.sampleType = SampleType::uint8;
@@ -116,7 +118,11 @@ void placeHeader(const Picture& picture, nifti_1_header& header) {
     float* const rows[] = {header.srow_x, header.srow_y, header.srow_z};
     std::fill(std::begin(header.dim), std::end(header.dim), 1);
     header.dim[0] = static_cast<short>(picture.axes.size());
-    header.xyzt_units = NIFTI_UNITS_MM;
+    header.xyzt_units = static_cast<char>(NIFTI_UNITS_MM | XYZT_TO_TIME(header.xyzt_units));
+    if (picture.count > 1) {
+        header.dim[0] = 4;
+        header.dim[4] = static_cast<short>(picture.count);
+    }
     header.qform_code = 0;
     if (picture.origin.empty()) header.sform_code = 0;
     if (!picture.origin.empty() && header.sform_code == 0) header.sform_code = 1;
@@ -138,9 +144,11 @@ nifti_1_header headerFor(const Picture& picture) {
     bool isPlaced = false;
     if (const auto kept = picture.notes.find(note); kept != picture.notes.end()) {
         std::memcpy(&header, kept->second.data(), sizeof header);
-        isPlaced = std::equal(
-            picture.axes.begin(), picture.axes.end(), std::begin(header.dim) + 1,
-            [](const Axis& axis, short extent) { return axis.extent == std::max<int>(extent, 1); });
+        isPlaced = std::max<int>(header.dim[4], 1) == picture.count &&
+                   std::equal(picture.axes.begin(), picture.axes.end(), std::begin(header.dim) + 1,
+                              [](const Axis& axis, short extent) {
+                                  return axis.extent == std::max<int>(extent, 1);
+                              });
     }
     if (!isPlaced) placeHeader(picture, header);
     const bool isColour = inColour(picture.pixelKind);
@@ -161,7 +169,8 @@ void write(const std::string& file, const Picture& picture) {
     const bool isColour = inColour(picture.pixelKind);
     const std::pair<bool, const char*> lost[] = {
         {isColour && picture.sampleType != SampleType::uint8, "colours of more than 8 bits"},
-        {std::ranges::any_of(picture.axes, isTooLong), "axes of more than 32767 samples"},
+        {std::ranges::any_of(picture.axes, isTooLong) || isTooLong({picture.count}),
+         "axes of more than 32767 samples"},
         {picture.origin.size() == 2, "a place in a plane"}};
     for (const auto& [isLost, what] : lost) {
         if (isLost) throw Refusal(std::string("NIfTI holds no ") + what);
@@ -173,6 +182,7 @@ void write(const std::string& file, const Picture& picture) {
 }
 
 bool recognises(std::string_view head) {
+    nifti_set_debug_level(0);
     return head.size() >= sizeof(nifti_1_header) &&
            nifti_header_version(head.data(), head.size()) > 0;
 }
@@ -183,8 +193,10 @@ bool isPacked(std::string_view head) {
 }
 
 const std::vector<PixelKind> kinds = {PixelKind::grey, PixelKind::rgb, PixelKind::rgba};
-const KnownFormat plain({"NIfTI", {".nii"}, recognises, open, write<false>, kinds, allTypes});
-const KnownFormat packed({"NIfTI", {".nii.gz"}, isPacked, open, write<true>, kinds, allTypes});
+const KnownFormat plain(
+    {"NIfTI", {".nii"}, recognises, open, write<false>, kinds, allTypes, true, false, false, true});
+const KnownFormat packed(
+    {"NIfTI", {".nii.gz"}, isPacked, open, write<true>, kinds, allTypes, true, false, false, true});
 
 }  // namespace
 

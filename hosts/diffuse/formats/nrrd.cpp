@@ -14,6 +14,27 @@ namespace fs = std::filesystem;
 
 constexpr char note[] = "nrrd";  // the key of the lines that are kept as they are
 
+constexpr char seriesNote[] = "nrrdseries";  // that of the kind and the spacing of its axis
+
+std::string lastWord(const std::string& text) {
+    const std::size_t end = text.find_last_not_of(' ');
+    return end == text.npos ? "" : text.substr(text.find_last_of(' ', end) + 1, end);
+}
+
+// A fourth axis, or a third in time or of a list, counts the pictures of a series.
+void readSeries(const TextHeader& header, std::vector<int>& sizes, Picture& picture) {
+    const std::string kind = lastWord(header.field("kinds"));
+    if (sizes.size() != 4 && (sizes.size() != 3 || (kind != "time" && kind != "list"))) return;
+    const Words kinds = {"", "domain", "time", "list", "none", "???"};
+    if (std::ranges::find(kinds, kind) == kinds.end()) {
+        throw Refusal("its fourth axis is neither time nor a list but " + kind);
+    }
+    picture.count = sizes.back();
+    sizes.pop_back();
+    const std::string step = header.has("spacings") ? lastWord(header.field("spacings")) : "nan";
+    picture.notes[seriesNote] = (kind.empty() ? "list " : kind + " ") + step;
+}
+
 // Whether the first axis holds channels.
 bool readChannels(const TextHeader& header, std::vector<int>& sizes, Picture& picture) {
     std::string kind;
@@ -37,6 +58,7 @@ bool readChannels(const TextHeader& header, std::vector<int>& sizes, Picture& pi
 // "(1,0,0) none (0,1,0)" as plain numbers.
 std::string unwrapped(std::string text) {
     if (text.starts_with("none ")) text.erase(0, 5);
+    if (text.ends_with(" none")) text.erase(text.size() - 5);
     std::ranges::replace_if(
         text, [](char c) { return c == '(' || c == ')' || c == ','; }, ' ');
     return text;
@@ -69,13 +91,15 @@ void placePicture(TextHeader& header, Picture& picture) {
 }
 
 void readAxes(TextHeader& header, Picture& picture) {
-    const Words counts = {"1", "2", "3", "4"};
+    const Words counts = {"1", "2", "3", "4", "5"};
     std::vector<int> sizes = header.extents("sizes", header.wordIn("dimension", counts) + 1);
     const bool hasChannels = readChannels(header, sizes, picture);
+    readSeries(header, sizes, picture);
     for (const int size : sizes) picture.axes.push_back({size});
     if (header.has("spacedirections")) return placePicture(header, picture);
     if (!header.has("spacings")) return;
-    const auto spacings = header.numbers("spacings", sizes.size() + hasChannels);
+    const bool isSeries = picture.notes.contains(seriesNote);
+    const auto spacings = header.numbers("spacings", sizes.size() + hasChannels + isSeries);
     for (std::size_t a = 0; a < sizes.size(); ++a) {
         const double spacing = spacings[a + hasChannels];
         if (!std::isnan(spacing)) picture.axes[a].spacing = spacing;
@@ -135,10 +159,18 @@ void write(const std::string& file, const Picture& picture) {
         kind += " domain";
         steps += isPlaced ? tuple(axis.direction, axis.spacing) : listOf({axis.spacing});
     }
+    if (picture.count > 1) {
+        const auto series = picture.notes.find(seriesNote);
+        const std::string words = series == picture.notes.end() ? "list nan" : series->second;
+        sizes += listOf({static_cast<double>(picture.count)});
+        kind.append(" ").append(words, 0, words.find(' '));
+        steps += isPlaced ? " none" : words.substr(words.find(' '));
+    }
     const auto kept = picture.notes.find(note);
     const std::string header =
         std::string("NRRD0005\ntype: ") + types[static_cast<int>(picture.sampleType)] +
-        "\ndimension: " + std::to_string(picture.axes.size() + hasChannels) + "\n" +
+        "\ndimension: " + std::to_string(picture.axes.size() + hasChannels + (picture.count > 1)) +
+        "\n" +
         (!isPlaced                    ? ""
          : picture.origin.size() == 3 ? "space: left-posterior-superior\n"
                                       : "space dimension: 2\n") +
@@ -153,8 +185,17 @@ bool recognises(std::string_view head) {
 }
 
 using enum PixelKind;
-const KnownFormat nrrd(
-    {"NRRD", {".nrrd", ".nhdr"}, recognises, open, write, {grey, rgb, rgba, vector}, allTypes});
+const KnownFormat nrrd({"NRRD",
+                        {".nrrd", ".nhdr"},
+                        recognises,
+                        open,
+                        write,
+                        {grey, rgb, rgba, vector},
+                        allTypes,
+                        true,
+                        false,
+                        false,
+                        true});
 
 }  // namespace
 

@@ -139,6 +139,7 @@ const KnownFormat tiff({"TIFF",
                         {grey, greyOpacity, rgb, rgba},
                         {uint8, int8, uint16, int16, uint32, int32, float32},
                         true,
+                        true,
                         true});
 
 }  // namespace

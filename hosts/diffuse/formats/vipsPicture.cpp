@@ -112,7 +112,7 @@ void savePages(const char* saver, const std::string& file, const Picture& pictur
                vips::VOption* options) {
     startVips();
     const int height = picture.axes[1].extent;
-    const int pages = picture.dimensions() == 3 ? picture.axes[2].extent : 1;
+    const int pages = picture.dimensions() == 3 ? picture.axes[2].extent : picture.count;
     const bool isWide = picture.sampleType == SampleType::uint16;
     VImage image = VImage::new_from_memory(picture.samples.get(), picture.bytes(),
                                            picture.axes[0].extent, height * pages, picture.channels,

@@ -13,7 +13,7 @@ namespace {
 
 TEST_F(DiffuseFolder, RefusesBadInputInOneLineAndWritesNothing) {
     write("line.nrrd", "double", "4", "1 2 3 4");
-    write("four.nrrd", "double", "2 1 1 2", "1 2 3 4");
+    write("five.nrrd", "double", "2 1 1 1 2", "1 2 3 4");
     write("wide.nrrd", "uint8", "3000000000 1", "1");
     write("deep.nrrd", "uint8", "70000 70000 2", "1");
     write("huge.nrrd", "uint8", "2000000000 1000", "1");
@@ -46,7 +46,7 @@ TEST_F(DiffuseFolder, RefusesBadInputInOneLineAndWritesNothing) {
         {"/proc -o out.nrrd", 1, "no DICOM file"},
         {"far.mhd -o out.nrrd", 1, "outside its folder"},
         {"line.nrrd -o out.nrrd", 1, "1 dimensions"},
-        {"four.nrrd -o out.nrrd", 1, "4 dimensions"},
+        {"five.nrrd -o out.nrrd", 1, "5 dimensions"},
         {"wide.nrrd -o out.nrrd", 1, "an axis of 3000000000 samples"},
         {"deep.nrrd -o out.nrrd", 1, "slices of more than 2147483647 samples"},
         {"huge.nrrd -o out.nrrd", 1, "the file ends too early"},

@@ -1,8 +1,6 @@
 // What the program tells: thresholds that it finds, reports, the manual.
 #include <cmath>
 #include <nlohmann/json.hpp>
-#include <regex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -88,21 +86,6 @@ TEST_F(Reports, NoiseThatWasCutOffIsFoundAndNoNoiseIsNoError) {
     EXPECT_EQ(report("two.nrrd")["threshold"], 0.2);
     ASSERT_EQ(run("two.nrrd -o out.nrrd"), 0);
     EXPECT_EQ(printed, "threshold: 0.2, for noise of sigma 0 and 3 steps\n");
-}
-
-TEST_F(Reports, HelpAndManualListTheSameOptions) {
-    const auto optionsOf = [](const std::string& text, const char* pattern) {
-        const std::regex option(pattern);
-        std::set<std::string> names;
-        for (std::sregex_iterator at(text.begin(), text.end(), option), end; at != end; ++at) {
-            names.insert((*at)[1]);
-        }
-        return names;
-    };
-    ASSERT_EQ(run("--help"), 0);
-    const auto inHelp = optionsOf(printed, R"(\n  (?:-\w,)?-(-[a-z-]+))");
-    EXPECT_EQ(inHelp.size(), 15u);
-    EXPECT_EQ(inHelp, optionsOf(slurp(DIFFUSE_MANUAL), R"(\n\.It (?:Fl \w , )?Fl (-[a-z-]+))"));
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ TEST_F(DiffuseFolder, PreviewShowsCentralSlicesUpright) {
         int course[3];  // along left, posterior or superior: 0, 1, 2
         bool reversed[3];
         const char* directions;
-    } files[] = {{{0, 1, 2}, {true, false, false}, "(-1,0,0) (0,2,0) (0,0,3)"},
+    } files[] = {{{0, 1, 2}, {true, false, false}, "(-1,0,0) (0,1,0) (0,0,1)"},
                  {{1, 2, 0}, {false, true, false}, "(0,1,-0.2) (0,-0.2,-1) (1,0,0)"},
                  {{2, 0, 1}, {false, false, true}, "(0,0,1) (1,0,0) (0,-1,0)"}};
     for (const auto& [course, reversed, directions] : files) {

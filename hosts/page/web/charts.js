@@ -1,8 +1,18 @@
 // SPDX-License-Identifier: MIT
 // The two histograms.
 
+// Round numbers, about so many.
+function ticksBetween(lowest, highest, count) {
+  const rough = (highest - lowest) / count;
+  const unit = 10 ** Math.floor(Math.log10(rough));
+  const step = [1, 2, 5, 10].map((times) => times * unit).find((size) => size >= rough);
+  const ticks = [];
+  for (let i = Math.ceil(lowest / step); i * step <= highest; ++i) ticks.push(i * step);
+  return ticks;
+}
+
 // `shape` draws into a group, given the plot's size and functions that place values in it.
-function drawChart(figure, {label, lowest, highest, ticks, unit, heights, caption, shape}) {
+function drawChart(figure, {label, lowest, highest, unit, heights, caption, shape}) {
   const plot = make('div');
   figure.append(plot, make('figcaption', {}, ...caption));
   const draw = () => {
@@ -17,7 +27,7 @@ function drawChart(figure, {label, lowest, highest, ticks, unit, heights, captio
       group.append(make('line', {class: 'axis', x1: 0, x2: wide, y1: y(share), y2: y(share)}),
                    make('text', {x: -8, y: y(share) + 4, 'text-anchor': 'end'}, percent(share)));
     }
-    for (const tick of ticks) {
+    for (const tick of ticksBetween(lowest, highest, wide / 90)) {
       group.append(make('text', {x: x(tick), y: high + 18, 'text-anchor': 'middle'}, digits(tick, 3)));
     }
     group.append(make('text', {x: wide / 2, y: high + 37, 'text-anchor': 'middle'}, unit));
@@ -89,7 +99,7 @@ function showRemoved() {
   const highestShare = Math.max(...histogram.shares, hasNoise ? noiseShare(0, binWidth) : 0);
   drawChart(byId('removed-chart'), {
     label: `Histogram of what was removed: root mean square ${digits(rms, 3)}, mean ${digits(mean, 2)}`,
-    ...histogram, ticks: [-1, -0.5, 0, 0.5, 1].map((part) => part * histogram.highest),
+    ...histogram,
     unit: 'before less after, in the units of the samples', heights: linearHeights(highestShare), caption,
     shape: (group, places) => {
       drawBars(group, histogram, places);
@@ -102,8 +112,9 @@ function showRemoved() {
   });
 }
 
-function shareBelow({highest, shares}, value) {
-  return shares.slice(0, Math.round((value / highest) * shares.length)).reduce((sum, share) => sum + share, 0);
+function shareBelow({lowest, highest, shares}, value) {
+  const count = Math.round(((value - lowest) / (highest - lowest)) * shares.length);
+  return shares.slice(0, count).reduce((sum, share) => sum + share, 0);
 }
 
 function showGradients() {
@@ -116,7 +127,7 @@ function showGradients() {
   const rest = before.above > 0 ? [`${percent(before.above)} are above 4 K.`] : [];
   drawChart(byId('gradients-chart'), {
     label: `Histogram of the differences of neighbours: ${percent(below)} are below the threshold ${digits(K)}`,
-    ...before, ticks: [0, 1, 2, 3, 4].map((times) => times * K), unit: 'difference, in the units of the samples',
+    ...before, unit: 'difference, in the units of the samples',
     heights: logarithmicHeights(Math.max(...before.shares, ...after.shares)),
     caption: [...key('before'), ...key('after', true), ...rest],
     shape: (group, places) => {
