@@ -148,9 +148,9 @@ void addFilter(CLI::App& app, Options& options) {
     app.add_option_function<std::string>(
            "-k,--threshold",
            [&](const std::string& text) { options.threshold = positiveNumber(text); },
-           "Gradient threshold K in the units of the samples. auto, the default, takes a multiple "
-           "of the standard deviation of the noise, estimated from the input, that falls with the "
-           "number of steps")
+           "Gradient threshold K in the units of the samples. auto, the default, takes the one of "
+           "the "
+           "smallest estimated error after the steps, for the noise found in the input")
         ->type_name("VALUE|auto")
         ->group("Filter")
         ->check(requirePositiveOrAuto);

@@ -97,6 +97,11 @@ std::string resultPage(const Options& options, const Picture& before, const Pict
         {"Noise", "standard deviation " + number(report.noise.sigma) + ", estimated"}};
     content.facts.emplace_back("Made by", "diffuse " DIFFUSEFILT_VERSION);
     content.remarks = report.remarks;
+    if (report.noise.isCorrelated) {
+        content.remarks.push_back("The noise is not white, with a correlation of " +
+                                  number(report.noise.correlation) +
+                                  " between neighbours: its estimate is too low.");
+    }
     if (before.count > 1) {
         content.remarks.push_back("This is the first of " + std::to_string(before.count) +
                                   " pictures or volumes, which were all filtered.");

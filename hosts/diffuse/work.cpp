@@ -81,10 +81,6 @@ void filterPicture(const Options& options, const Picture& picture, Report& repor
                                   options.threshold ? 0 : std::max(options.iterations, 1));
     }
     report.threshold = options.threshold.value_or(report.noise.threshold);
-    if (report.noise.isCorrelated) {
-        report.remarks.emplace_back(
-            "the noise is not white, so that its estimate and the automatic threshold are too low");
-    }
     Progress progress(std::int64_t{options.iterations} * std::ssize(channels),
                       options.quiet || options.isOneOfMany);
     explainFailures(options.input.string() + ": ", [&] {

@@ -139,7 +139,7 @@ def examine(path, case, keep):
         put(folder, files)
         before = program.contents(folder)
         output = "out.png" if valid.name == "png grey alpha" else "out.nrrd"  # what can hold it
-        ran = program.run(path, [valid.given, "-n", "0", "-o", output], folder)
+        ran = program.run(path, [valid.given, "--volume", "-n", "0", "-o", output], folder)
         wrong = program.broken_promise(ran, folder, before, output)
         if not wrong and ran.status == 0:
             wrong = judge(case, folder, valid, output)

@@ -78,7 +78,7 @@ REFUSED = (
     ("TIFF, planes that are no colours", {"a.tif": tiff(noise(5, 9, 8), {
         "planarconfig": "separate"})}, "stand in planes and are no colours"),
     ("NIfTI in two files", nifti(kind=nibabel.Nifti1Pair, suffix=".hdr"), "read in one file"),
-    ("NIfTI of four dimensions", nifti(samples=noise(5, 4, 3, 2)), "4 dimensions"),
+    ("NIfTI of five dimensions", nifti(samples=noise(5, 4, 3, 2, 2)), "5 dimensions"),
     ("NIfTI in metres", nifti(lambda h: h.set_xyzt_units("meter")), "not in mm"),
     ("NIfTI with an extension", nifti(lambda h: h.extensions.append(
         nibabel.nifti1.Nifti1Extension("comment", b"words"))), "its header has extensions"),
@@ -124,7 +124,7 @@ def given_of(files):
 
 def run(path, folder, given, output):
     before = program.contents(folder)
-    ran = program.run(path, [given, "-n", "0", "-o", output], folder)
+    ran = program.run(path, [given, "--volume", "-n", "0", "-o", output], folder)
     return ran, program.broken_promise(ran, folder, before, output)
 
 

@@ -148,11 +148,13 @@ def read_nifti(path):
     if samples.dtype.fields:
         samples = np.stack([samples[name] for name in samples.dtype.names], -1)
     samples = samples.reshape(shape + (-1,))
-    if samples.ndim != 5 or samples.shape[3] != 1:
+    if samples.ndim != 5:
         raise ValueError(f"of shape {samples.shape}")
+    # The volumes of a series one after the other.
+    samples = samples.transpose(3, 2, 1, 0, 4)
     slope = getattr(image.dataobj, "slope", 1), getattr(image.dataobj, "inter", 0)
     likeness = "exact" if slope == (1, 0) else "rescaled"
-    found = Image(samples[:, :, :, 0].transpose(2, 1, 0, 3), likeness=likeness)
+    found = Image(samples.reshape((-1,) + samples.shape[2:]), likeness=likeness)
     if not image.header["sform_code"] and not image.header["qform_code"]:
         return found
     return placed(found, image.affine[:3, 3], image.affine[:3, :3], True)

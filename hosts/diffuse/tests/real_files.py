@@ -55,7 +55,7 @@ def written_tiffs(folder):
 def converted(path, file, suffix):
     """The run that writes the file anew, unchanged; and what another reader finds there."""
     with tempfile.TemporaryDirectory(prefix="diffuse-real-") as folder:
-        ran = program.run(path, [str(file), "-n", "0", "-o", "out" + suffix], folder)
+        ran = program.run(path, [str(file), "--volume", "-n", "0", "-o", "out" + suffix], folder)
         beside = {name: content for name, content in program.contents(folder).items()
                   if name in ("out.raw", "out.img")}
         broken = program.broken_promise(ran, folder, beside, "out" + suffix)
