@@ -138,6 +138,7 @@ def _client_of(options: argparse.Namespace) -> Iterator[distributed.Client]:
             yield client
         return
     folder = tempfile.mkdtemp(prefix="diffusefilt-")
+    nannies: list[Any] = []
     try:
         # Ctrl-C and a closed terminal reach all processes, and the first ends the others. The
         # thread that starts workers, now and later, inherits this, and they do from it.
@@ -147,10 +148,13 @@ def _client_of(options: argparse.Namespace) -> Iterator[distributed.Client]:
                 client = local_client(options.workers, options.memory_limit)
         finally:
             signal.pthread_sigmask(signal.SIG_SETMASK, held)
+        nannies.extend(client.cluster.workers.values())
         yield client
         client.close()
         client.cluster.close()
     except BaseException:
+        for nanny in nannies:  # or it would start its worker again
+            nanny.status = distributed.Status.closing
         for child in multiprocessing.active_children():
             child.kill()
         raise
