@@ -24,11 +24,11 @@ struct diffusefilt_noise {
        left to look at. */
     double sigma;
 
-    /* How much neighbouring differences of first order go together beyond what those of white
-       noise do, in the flattest quarter of the picture, along the axis where it is most: 0 for
-       white noise, towards 1 the smoother it is, below 0 if it was sharpened. */
+    /* How far neighbouring differences of first order go together in another way than those of
+       white noise do, in the flattest quarter of the picture, along the axis where that is most: 0
+       for white noise, of either sign for any other. */
     double correlation;
-    int is_correlated; /* whether that is more than chance: sigma is too low then */
+    int is_correlated; /* whether that is more than chance: sigma is not to be trusted then */
 
     /* The one with the smallest risk after the steps: Stein's unbiased estimate of the squared
        error, its divergence measured by moving all elements a little to random sides (Ramani, Blu
@@ -37,7 +37,7 @@ struct diffusefilt_noise {
     double threshold;
 };
 
-/* What is looked at are tiles all over a picture, of about 65536 elements in 2-D and 110000 in 3-D
+/* What is looked at are tiles all over a picture, of some 150000 elements in 2-D and 260000 in 3-D
    in each channel, whatever its size. Elements at the lowest or highest value of their channel do
    not move: noise was cut off there or there was none, as in the exact 0 around a head. Neither do
    NaN and infinity.

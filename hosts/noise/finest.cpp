@@ -198,7 +198,7 @@ Correlation correlationOf(const std::vector<Tile>& tiles) {
         // Neighbouring differences share a value: of white noise, -1/2.
         const double excess = all.products / all.squares + 0.5;
         if (std::abs(excess) <= std::abs(largest.value)) continue;
-        largest = {excess, std::abs(excess) > 0.1 + 3 / std::sqrt(all.count)};
+        largest = {excess, std::abs(excess) > std::max(0.1, 3 / std::sqrt(all.count))};
     }
     return largest;
 }

@@ -9,11 +9,11 @@ namespace noise {
 
 namespace {
 
-// 4096 values for a tile; in both numbers of dimensions far wider than 20 steps reach.
+// Far wider than noise is carried in 20 steps, and small enough for many of them.
 constexpr int edgeOf(int dimensions) {
-    return dimensions == 2 ? 64 : 16;
+    return dimensions == 2 ? 32 : 16;
 }
-constexpr std::size_t enough = std::size_t{1} << 16;  // values of a channel
+constexpr std::size_t enough = std::size_t{1} << 17;  // values of a channel
 
 // The first positions of up to `count` tiles of this edge along an axis.
 std::vector<int> positions(int extent, int edge, int count) {

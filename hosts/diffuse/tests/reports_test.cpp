@@ -2,6 +2,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "DiffuseFolder.h"
@@ -55,20 +56,35 @@ TEST_F(Reports, JsonTellsWhatWasDone) {
 
 TEST_F(Reports, TheAutomaticThresholdIsAsGoodAsTheBest) {
     writeHead();
+    const std::pair<int, double> cases[] = {{1, 40}, {3, 5}, {3, 20}, {10, 10}, {20, 20}};
     for (const std::string conduction : diffusefilt_host::wordsOf<diffusefilt_host::Conduction>()) {
-        for (const double sigma : {5, 10, 20, 40}) {
-            const std::string call =
-                "head.nrrd --conduction " + conduction + " --add-noise " + std::to_string(sigma);
+        for (const auto& [steps, sigma] : cases) {
+            const std::string call = "head.nrrd --conduction " + conduction + " -n " +
+                                     std::to_string(steps) + " --add-noise " +
+                                     std::to_string(sigma);
             const auto json = report(call);
-            EXPECT_NEAR(json["noise_sigma"], sigma, 0.05 * sigma);
+            EXPECT_NEAR(json["noise_sigma"], sigma, 0.06 * sigma);
+            EXPECT_FALSE(json["noise_is_correlated"]);
             double best = 0;
-            for (double k = sigma; k < 6 * sigma; k *= 1.2) {
+            for (double k = sigma / 4; k < 8 * sigma; k *= 1.25) {
                 const auto fixed = report(call + " -k " + std::to_string(k));
                 best = std::max(best, fixed["psnr"]["after"].get<double>());
             }
-            EXPECT_GE(json["psnr"]["after"], best - 0.7) << conduction << " " << sigma;
+            EXPECT_GE(json["psnr"]["after"], best - 0.7) << conduction << steps << " " << sigma;
         }
     }
+}
+
+TEST_F(Reports, NoiseThatIsNotWhiteIsToldOf) {
+    writeHead();
+    ASSERT_EQ(run("head.nrrd -n 1 -k 1e9 -o smoothed.nrrd --add-noise 20"), 0);
+    const auto json = report("smoothed.nrrd");
+    EXPECT_TRUE(json["noise_is_correlated"]);
+    EXPECT_GT(std::abs(json["noise_correlation"].get<double>()), 0.1);
+    ASSERT_EQ(run("smoothed.nrrd -o out.nrrd"), 0);
+    EXPECT_NE(printed.find("\nnoise: not white, correlation "), std::string::npos) << printed;
+    ASSERT_EQ(run("head.nrrd --add-noise 20 -o out.nrrd"), 0);
+    EXPECT_EQ(printed.find("white"), std::string::npos) << printed;
 }
 
 // A file cuts noise off at the ends of its sample type, which here hits all of the background.

@@ -6,6 +6,7 @@ import pathlib
 import subprocess
 import tempfile
 import unittest
+import warnings
 from unittest import mock
 
 import dask.array as da
@@ -167,6 +168,43 @@ class Containers(unittest.TestCase):
         xr.testing.assert_identical(found.coords.to_dataset(), array.coords.to_dataset())
         self.assertEqual((found.attrs, found.name), (array.attrs, array.name))
         self.assertEqual(denoise(image.astype("f2")).dtype, np.float16)
+
+
+class Estimates(unittest.TestCase):
+    def setUp(self):
+        self.noise = np.random.default_rng(1).normal(0, 10, (3, 120, 150))
+        self.image = self.noise + 100 * (np.arange(150) > 70)
+
+    def test_noise_that_is_not_white_is_told_of(self):
+        smoothed = (self.image[:, 1:] + self.image[:, :-1]) / 2
+        for call in (denoise, diffusefilt.estimate_noise, diffusefilt.estimate_threshold):
+            with self.assertWarnsRegex(diffusefilt.CorrelatedNoiseWarning, "correlation 0.[45]"):
+                call(smoothed[0])
+            with warnings.catch_warnings():
+                warnings.simplefilter("error")
+                call(self.image[0])
+
+    def test_what_a_threshold_depends_on(self):
+        sets = diffusefilt.INSTRUCTION_SETS
+        sets = sets[:sets.index(diffusefilt.best_instruction_set()) + 1]
+        for image in (self.image[0], self.image):
+            for conduction in CONDUCTIONS:
+                found = {diffusefilt.estimate(image, conduction=conduction, instruction_set=each)
+                         for each in sets}
+                self.assertEqual(len(found), 1)
+        # Neither the memory order, nor the channels' place, nor what is added to all.
+        whole = diffusefilt.estimate(self.image, channel_axis=0)
+        moved = np.asfortranarray(np.moveaxis(self.image, 0, -1))
+        self.assertEqual(diffusefilt.estimate(moved, channel_axis=-1), whole)
+        self.assertAlmostEqual(diffusefilt.estimate(self.image + 1000, channel_axis=0).threshold,
+                               whole.threshold, delta=0.02 * whole.threshold)
+        self.assertEqual(diffusefilt.estimate(self.image, 0).threshold, 0)
+        # Elements of every type, of which few have a fraction.
+        for dtype in ("u1", "i1", "u2", "i2", "u4", "i4", "u8", "i8", "f2", "f4"):
+            image = (self.image[0] + (0 if dtype == "i1" else 90)).astype(dtype)
+            found = diffusefilt.estimate(image)
+            self.assertLess(abs(found.sigma - 10), 0.5, dtype)
+            self.assertLess(found.threshold, 50, dtype)
 
 
 class Refusals(unittest.TestCase):
