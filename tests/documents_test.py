@@ -70,6 +70,9 @@ class Place:
         samples = numpy.random.default_rng(1).normal(100, 10, (24, 32, 40)).astype("f4")
         for name in ("picture.png", "photo.jpg"):
             PIL.Image.fromarray(samples[0].astype("u1")).save(folder / name)
+        (folder / "noisy").mkdir()
+        for name in ("01.png", "02.png"):
+            PIL.Image.fromarray(samples[1].astype("u1")).save(folder / "noisy" / name)
         nibabel.Nifti1Image(samples, numpy.eye(4)).to_filename(folder / "head.nii.gz")
         zarr.save_array(str(folder / "head.zarr"), samples)
         series = next(valid for valid in valid_files.dicoms() if valid.given == "series")
@@ -81,6 +84,9 @@ class Place:
         ldconfig = folder / "bin/ldconfig"
         ldconfig.write_text('#!/bin/sh\nexec /sbin/ldconfig -n "$DESTDIR/usr/local/lib"\n')
         ldconfig.chmod(0o755)
+        browser = folder / "bin/xdg-open"
+        browser.write_text('#!/bin/sh\ntest -s "$1"\n')
+        browser.chmod(0o755)
         self.environment = {
             **os.environ, "DESTDIR": str(folder / "installed"),
             "PKG_CONFIG_PATH": str(folder / "installed/usr/local/lib/pkgconfig"),

@@ -86,7 +86,7 @@ std::string bashCompletion(const CLI::App& app) {
                       : "COMPREPLY=()") +
                  "\n            return ;;\n";
     }
-    const std::string name = app.get_name();
+    const std::string& name = app.get_name();
     return "# Completes " + name + " in bash.\n_" + name +
            "() {\n"
            "    local word=${COMP_WORDS[COMP_CWORD]}\n"
@@ -124,11 +124,11 @@ std::string zshCompletion(const CLI::App& app) {
         }
         const Words names = namesOf(*option);
         for (const std::string& name : names) {
-            lines +=
-                " \\\n    '(" + joined(names, " ") + ")" + name + "[" + words + "]" + action + "'";
+            lines.append(" \\\n    '(").append(joined(names, " ")).append(")").append(name);
+            lines.append("[").append(words).append("]").append(action).append("'");
         }
     }
-    const std::string name = app.get_name();
+    const std::string& name = app.get_name();
     return "#compdef " + name + "\n_arguments -s" + lines + " \\\n    '*:input:_files'\n";
 }
 

@@ -13,7 +13,7 @@ bool isPlain(const std::string& word) {
     constexpr std::string_view harmless = "-_./:,=+@%";
     return !word.empty() && std::ranges::all_of(word, [&](unsigned char c) {
         return c >= 0x80 || std::isalnum(c) != 0 ||
-               harmless.find(static_cast<char>(c)) != harmless.npos;
+               harmless.find(static_cast<char>(c)) != std::string_view::npos;
     });
 }
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -73,7 +74,12 @@ int workOnAll(const Plan& plan) {
 
 int carryOut(const Plan& plan) {
     if (plan.isDry) return tell(plan);
-    if (!plan.folder.empty()) std::filesystem::create_directories(plan.folder);
+    std::error_code error;
+    if (!plan.folder.empty()) std::filesystem::create_directories(plan.folder, error);
+    if (error) {
+        throw std::runtime_error("cannot make the folder " + plan.folder.string() + ": " +
+                                 error.message());
+    }
     if (plan.files.size() > 1) return workOnAll(plan);
     workOn(plan.files.front());
     return 0;

@@ -30,7 +30,7 @@ std::string closing() {
         Tells of a slice which threshold suits it and how long the steps take.
   diffuse noisy/01.png --report choice.html
         Shows in a browser what was done, and what other thresholds would do.
-  diffuse noisy/*.png --output-dir smooth -k 25 --keep-going
+  diffuse noisy/*.png --output-dir filtered -k 25 --keep-going
 
 While a work of more than a second goes on, standard error tells how far it is.
 A file is written whole or not at all, also when the disk is full or the program

@@ -75,7 +75,8 @@ std::vector<page::Command> commandsFor(const Options& options, double threshold,
         if (input.has_parent_path()) all = commandline::quoted({input.parent_path().string()});
         if (!all.empty()) all.push_back('/');
         all.append("*").append(commandline::quoted({input.extension().string()}));
-        commands.push_back({"all such files of the folder", line(all, {"--output-dir", "smooth"})});
+        commands.push_back(
+            {"all such files of the folder", line(all, {"--output-dir", "filtered"})});
     }
     return commands;
 }

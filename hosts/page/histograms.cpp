@@ -63,8 +63,9 @@ Counter counterTo(double end, int wanted, bool hasBothSigns, bool areWhole) {
     if (areWhole) width = 2 * std::ceil((width - 1) / 2) + 1;  // odd: symmetrical about 0
     const int bins = std::max(1, static_cast<int>(std::ceil((hasBothSigns ? 2 : 1) * end / width)));
     if (hasBothSigns) {
-        const double half = (bins / 2 + 0.5) * width;
-        return {{-half, half}, bins / 2 * 2 + 1};
+        const int oneSide = bins / 2;
+        const double half = (oneSide + 0.5) * width;
+        return {{-half, half}, 2 * oneSide + 1};
     }
     const double start = areWhole ? -0.5 : 0;
     return {{start, start + bins * width}, bins};

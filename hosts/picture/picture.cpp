@@ -11,6 +11,7 @@ namespace {
 
 std::vector<Channel> channelsOf(const Picture& picture, int count) {
     std::vector<int> extents;
+    extents.reserve(picture.axes.size());
     for (int d = 0; d < picture.dimensions(); ++d) extents.push_back(picture.axes[d].extent);
     std::vector<Channel> channels;
     for (int i = 0; i < picture.count; ++i) {

@@ -18,7 +18,7 @@ constexpr char seriesNote[] = "nrrdseries";  // that of the kind and the spacing
 
 std::string lastWord(const std::string& text) {
     const std::size_t end = text.find_last_not_of(' ');
-    return end == text.npos ? "" : text.substr(text.find_last_of(' ', end) + 1, end);
+    return end == std::string::npos ? "" : text.substr(text.find_last_of(' ', end) + 1, end);
 }
 
 // A fourth axis, or a third in time or of a list, counts the pictures of a series.

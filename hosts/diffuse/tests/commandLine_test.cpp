@@ -174,7 +174,7 @@ TEST_F(CommandLine, ThePageHoldsItsCommandLines) {
               "--suffix _smooth");
     EXPECT_EQ(cell["commands"][1]["line"],
               "diffuse *.nrrd --conduction exponential --threshold 9 --iterations 2 "
-              "--output-dir smooth");
+              "--output-dir filtered");
     ASSERT_EQ(run(line.substr(8)), 0) << complaint;
     EXPECT_TRUE(fs::exists(folder / "it's_smooth.nrrd"));
 }
@@ -234,6 +234,7 @@ TEST_F(CommandLine, RefusesWhatMakesNoSense) {
         {"step.nrrd --report step.nrrd", 2, "is the input"},
         {"step.nrrd --report a.png --preview a.png", 2, "the same file"},
         {"step.nrrd --report no/page.html", 1, "No such file"},
+        {"step.nrrd --output-dir bytes.nrrd", 1, "cannot make the folder bytes.nrrd"},
         {"- --output-dir out", 2, "standard input has no name"},
         {"- step.nrrd --output-dir out", 2, "standard input is the only input"},
         {"- -k 1 -o out.nrrd </dev/null", 1, "unknown format"},
