@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An input of noise of the size of the threshold, and an output of the same shape.
 #pragma once
 

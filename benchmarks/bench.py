@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Runs the programs of benchmarks/ and says what came of it. See scripts/bench."""
 import argparse
 import json

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Measures diffusefilt.cluster on this machine, with hosts/python on the PYTHONPATH.
 
     python3 benchmarks/cluster.py ratios [--side 512] [--conduction quadratic] [--rounds 3]

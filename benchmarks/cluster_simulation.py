@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Plays a run of diffusefilt.cluster on a cluster that is not there: its own plan and its own order
 of blocks, with tasks that take the time that costs say, a scheduler that hands out so many tasks a
 second, and a store with so many bytes a second.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "contenders.h"
 
 #include <HalideRuntime.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What can be timed on a picture: a pipeline, its limit, its peers.
 #pragma once
 

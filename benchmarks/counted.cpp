@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs calls under callgrind, and has it write what each executes into a file of its own.
 //
 //   counted PIPELINE/EXTENTS/FIRST+COUNT...

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Puts figures into docs/performance.md, between the marks of its regions."""
 import re
 

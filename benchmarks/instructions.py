@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Counts the library's own instructions by vectors, rows and edges, and compares with those stored.
 
 What libm and TBB execute is left out: they belong to the system. The counts depend on the

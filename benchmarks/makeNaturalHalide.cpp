@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes the filter as one would write it in Halide, every variant with the schedule that
 // suggests itself, into one static library: makeNaturalHalide <library> <directory for objects>.
 // No runtime comes with it: it runs on the library's, and so on the same parallel loop.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Times contenders in turn, again and again, so that all of them meet the same noise of the
 // machine: the ratio of two times of one repetition is worth more than either.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a pipeline is held against. Each does its work on one thread, but for the natural
 // Halide filters, which run on the library's parallel loop.
 #pragma once

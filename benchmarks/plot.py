@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Draws a run of `speed`: every pipeline with its limit and its peers."""
 from statistics import median
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """What a call from Python costs beside the pipeline itself, as a number of empty ctypes calls.
 
     PYTHONPATH=hosts/python benchmarks/python_calls.py [--limit CALLS]    # 90

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Time and PSNR of diffusefilt.denoise beside the filters that scikit-image and SimpleITK have for
 the same purpose, on pictures with Gaussian noise; prints the table of docs/python.md.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the pipelines are set beside, the tables of that, and the aims that are missed.
 
 A run is {"pipeline": name, "group": name, "ns": {label: [ns for one element, ...]}}, with one

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a call costs by the shape of its picture: groups of shapes, their tables and aims.
 
 Each group is set beside one figure of its own; see report.py for what a run is.

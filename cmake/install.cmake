@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What a host gets: component `runtime` is the library, `development` what building against it
 # takes, `documentation` what there is to read. Every file finds the others by relative paths: the tree may be moved.
 include(GNUInstallDirs)

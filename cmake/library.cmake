@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # libdiffusefilt_halide.so
 find_package(TBB REQUIRED)
 

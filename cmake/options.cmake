@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What all of our own code is compiled with. Nothing here, and nothing on the command
 # line of the build, may let the compiler contract or reassociate: -ffp-contract=off is
 # repeated for the element code, behind every other flag.

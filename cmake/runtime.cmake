@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The Halide runtime as one object file, written by a small program at build time. The
 # program is built without our sanitizers: the compiler library it links is not ours.
 # The order of its clean-ups is put right by runtime/finalisers.cpp, which lists them again.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The back end of the runtime's parallel loop: tbb::parallel_for. The library's one
 // load-time initialiser installs it; pipelines go on calling halide_do_par_for and know
 // nothing of it. Built hidden: the only way in is the runtime's hook.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The runtime's clean-ups in the order that the library promises. They run last to first,
 // at exit, and find nothing started: the pool of threads is not ours to use. The runtime
 // object brings the same four the other way round; its own array is taken out of it.

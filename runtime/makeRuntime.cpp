@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes the one Halide runtime of the library as an object file: makeRuntime <object>.
 // Its symbols come weak and with default visibility.
 #include <Halide.h>

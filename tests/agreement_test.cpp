@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every pipeline of the table against the scalar reference, bit for bit: random calls on
 // guarded memory, with 1, 2, 3, 7 and 10 threads.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parallel loop on TBB, through the runtime's interface: ranges, statuses, hooks,
 // exceptions, and any number of calls at once.
 #include <gtest/gtest.h>

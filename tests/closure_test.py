@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The closure records and the loop they are for, as the host of a replaced parallel loop sees
 them: every field in its place with its value.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C++ layer for hosts against the C functions that it calls.
 #include <gtest/gtest.h>
 

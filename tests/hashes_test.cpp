@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The results of every pipeline on a fixed list of calls, against stored hashes: the same
 // bits on any day, from any compiler. A line that does not hold is printed as found.
 //

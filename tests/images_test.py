@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """What can be said of images without evaluating the filter: by their bits, where one element or
 all are known, and to rounding of any image: no element leaves the range of its neighbourhood, the
 sum is kept, no direction is preferred.

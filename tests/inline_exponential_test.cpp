@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exponential that the float32 pipelines carry themselves, by its bits: where its
 // value is known, at the cut-off, and against the scalar reference.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // hosts/example/smooth.c again, through the C++ layer: it prints the same.
 #include <cstdio>
 #include <cstdlib>

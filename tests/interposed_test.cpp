@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host that puts functions of its own in the place of the library's, the runtime's or the
 // math library's: definitions of this program come first in the order of symbol lookup.
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an entry does before it filters: the checks, the queries, and their order. The model
 // holds all of it on arbitrary records.
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The library as it is built, without a call: what it shows to the dynamic linker, what the
 objects of each instruction set define, import and execute, and what it says of itself.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loading and unloading by path: load_test <library>. A program of its own, which links
 // neither the library nor TBB, so that a memory checker sees all that loading leaves.
 #include <HalideRuntime.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Proves the tests: breaks the library in one place after another, in copies of the sources
 below build/, and expects a test program to fail each time; returns 0 if one always did.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The pipelines of a built library, called from Python, and what chooses random calls: the first
 argument of the program is the library, DIFFUSEFILT_SEED replays one call."""
 import ctypes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The last vector of a row ends on the row's last element and shares elements with the one
 // before it: both store the same bits there. A page that cannot be written begins where the
 // earlier vector ends, and the fault of the last store shows what that vector left.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one memcpy of the library, bound to the oldest version of the symbol, so that the
 // library loads on any C library that has it. The linker redirects every other reference
 // of the library to memcpy here; the users all stand in the Halide runtime.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Debian packages, written by scripts/package: the library, what building a host takes, the
 # command line host, the Python package and the documentation. CMakeLists.txt includes this last, so
 # that what is installed before can be worked on.

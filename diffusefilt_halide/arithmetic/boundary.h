@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The boundary rule: a coordinate outside the image is replaced by the nearest one
 // inside it. The range is 0 to n - 1, with n the extent of the input in that
 // dimension; the input's min is no part of it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The conductance g of a neighbour, from its scaled difference t = d / K:
 //   quadratic    1 / (1 + t^2)
 //   exponential  exp(-t^2)

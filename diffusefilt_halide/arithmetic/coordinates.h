@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // 32-bit coordinates. Shape arithmetic wraps, as the calling convention has it; it is
 // done in unsigned numbers, where wrapping is defined.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The integer side of the inline exponential: p * 2^f for an integral f, by the bits of
 // the exponent field.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fluxes of one element or vector: g * d for each neighbour, with d = neighbour -
 // centre. Each neighbour is read and its conductance worked out where its flux is asked
 // for; nothing is kept.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a pipeline on one of its two paths means for the arithmetic: the types, the
 // order of the sums and the choices that the instruction set makes.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exponential of the float32 pipelines, exp(-s), written into the arithmetic of
 // every neighbour: s is reduced to the range 0 .. ln 2, a polynomial of degree 7 in two
 // chains of r squared is evaluated there, and the power of two is put back by its bits.

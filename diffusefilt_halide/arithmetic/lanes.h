@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lanes: N elements that every operation treats alike and none mixes. One lane is the
 // plain element; more are a vector of the compiler. The operators + - * / are the
 // language's; here stands what it has no word for.

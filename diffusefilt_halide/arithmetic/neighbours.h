@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The neighbours of an element by name, as offsets of their coordinates.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the operands of one element or vector reach the registers, after the boundary
 // rule. Rows are clamped by the schedule and stand here as indices; columns are clamped
 // here.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One explicit diffusion step of one element, or of a vector of them:
 //   centre + rate * (weighted sum of the fluxes of its neighbours).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sums of the 2-D stencils. The order decides the last bits and belongs to the
 // instruction set; p(n) is the flux of neighbour n.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The weights of the stencils, by their bits where they are no powers of two. They are
 // not all the nearest values to their fractions: the corner weight is the square of the
 // rounded reciprocal of sqrt(3).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "frame/boundsQuery.h"
 
 #include "arithmetic/coordinates.h"

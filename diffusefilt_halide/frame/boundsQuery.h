@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A bounds query: a call with a buffer that has no memory fills in the shape that the
 // call would need, instead of filtering.
 #pragma once

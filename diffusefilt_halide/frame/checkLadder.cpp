@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "frame/checkLadder.h"
 
 #include "arithmetic/coordinates.h"

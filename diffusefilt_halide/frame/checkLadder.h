@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The checks of a call, in their fixed order.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "frame/entry.h"
 
 #include "frame/boundsQuery.h"

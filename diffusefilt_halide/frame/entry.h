@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One call of a pipeline, from its arguments to its status.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported functions: for each pipeline of the list the entry P, P_argv and P_metadata.
 
 // Declared visible, so that P_argv reaches P through its dynamic symbol and whoever

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The description of a pipeline that its host can read. Every pipeline has its own copy of
 // all texts and of the default value: nothing is shared between two records.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "frame/regions.h"
 
 #include "arithmetic/boundary.h"

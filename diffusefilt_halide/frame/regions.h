@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a pipeline asks of its buffers: the type of their elements, the part of the output that a
 // call touches and the part of the input that it needs. They answer a bounds query and are what the
 // check ladder compares the buffers with.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The five axes of the library and a point on them: the words that the frame, the schedules
 // and the arithmetic share. What the fifth axis means stands in setRules.h.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The names of a pipeline and of its arguments, and what a line of pipelines.def is pasted into.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an instruction set means: one block of facts for each. Whoever depends on the set asks
 // for the fact that it depends on, never for the set.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pipelines of instruction set avx: AVX, which has SSE4.1, and nothing above it.
 #include "schedules/pathsOfSet.h"
 

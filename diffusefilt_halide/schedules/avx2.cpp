@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pipelines of instruction set avx2: AVX2, FMA3 and BMI1.
 #include "schedules/pathsOfSet.h"
 

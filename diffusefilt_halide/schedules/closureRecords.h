@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The closure records: what the entry hands to the tasks of its parallel loop. Written
 // once, read-only from then on, and alive until the loop has returned. The order of the
 // fields is part of the interface to whoever replaces the parallel loop.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a dimension of the output is cut, so that most of it needs the fewest clamps.
 //   minimal  begin .. innerBegin .. innerEnd .. end   with clamps: both, neither, both
 //   maximal  begin .. upperBegin .. end               with clamps: lower, both

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How the entry works out the values of a closure record. The formulas are the same in
 // all layouts; a layout takes what it has fields for.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The in-line path: an input no wider than one vector is filtered on the caller's
 // thread, element by element, without a task and without a record. Every element of the
 // output is written once, in plain order; bands leave out the clamps that cannot act.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pipelines of instruction set none: baseline x86-64, whatever the command line of the
 // build says.
 #include "schedules/pathsOfSet.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two ways of running a call whose arguments have been checked: what the frame knows
 // of the schedules.
 #pragma once

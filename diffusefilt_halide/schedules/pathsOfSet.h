@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a pipeline of the list becomes in the file of its instruction set: the parallel body,
 // a local function under its own name, and the two functions that the frame calls. Those
 // are strong symbols whose mangled names carry the instruction set, so that the linker can

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rows of a plane of the output, one after another, and their vectors.
 #pragma once
 

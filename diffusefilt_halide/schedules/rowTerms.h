@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The neighbours of a plane and of a row as addresses, after the boundary rule, in tasks and in
 // line.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The task of the parallel loop: one row of the output in 2-D, one plane in 3-D. A task
 // detects nothing, reports nothing and cannot fail.
 #pragma once

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Fails unless the README shows the program as it is built, but for the line of its licence.
 file(READ ${README} readme)
 file(READ ${PROGRAM} program)

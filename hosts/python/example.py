@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A program on diffusefilt, typed: smooths a volume of integers plane by plane and as a whole."""
 from typing import Any
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Builds the wheel: CMake makes the shared objects, setuptools packs them beside the modules.
 
     pip install --no-build-isolation .       # as pip wheel does

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The frame of every pipeline against its model, on records that libFuzzer makes up: the
 // first byte of a string chooses the pipeline, FrameTrial reads the rest.
 #include <cstdio>

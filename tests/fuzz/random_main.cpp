@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stands in for libFuzzer, whose own code no memory sanitizer sees: random_main [COUNT]
 // runs the target on random strings.
 #include <cstdio>

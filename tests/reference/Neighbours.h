@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The neighbours of an element, in the order of their names, and what is known of each once its
 // difference to the centre has been taken.
 #pragma once

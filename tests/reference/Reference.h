@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One diffusion step in plain scalar code, one element at a time: what every
 // pipeline must give to the last bit. It shares nothing with the library but the
 // words of pipelines/axes.h. Build it with -ffp-contract=off.

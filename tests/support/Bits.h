@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Comparison to the last bit: any NaN equals any NaN, -0.0 differs from +0.0.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How many random calls a test makes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One call of a pipeline against the reference, bit for bit, on guarded memory. The input has
 // what the call needs and no more, cannot be written, and holds NaN between its elements. Uses no
 // standard string, like FrameModel.h.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A call of a pipeline whose records can be bent field by field: the input's stand at 0, the
 // output's at 1.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FrameModel.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What an entry does with two records before it filters, told a second time: rows of a
 // table in 64-bit arithmetic, apart from the library's frame. Uses no standard string, so
 // that it runs in programs whose C++ library is not instrumented.

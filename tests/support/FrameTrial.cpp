@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FrameTrial.h"
 
 #include <algorithm>

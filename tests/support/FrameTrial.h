@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One call of a pipeline with arbitrary records, as a string of bytes says it, against the
 // model of the frame. Records and elements stand on guarded memory: what a call may not
 // touch cannot be touched, what it may not write cannot be written.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory between two inaccessible pages: an access past the block that touches one of
 // them is a fault, not a silent read.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A halide_buffer_t with its dimensions, made from a view.
 #pragma once
 

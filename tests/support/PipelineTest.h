@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fixture of a test that runs pipelines: skips those that the processor cannot run.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported pipelines, from the library's table.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random calls that a pipeline must accept: shapes, threshold and image content, all
 // from one seed, the same on every platform.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random numbers that are the same on every platform (splitmix64).
 #pragma once
 

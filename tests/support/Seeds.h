@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random calls by their seeds. A failure is followed by the line that replays exactly this call,
 // and so is a fault on a guard page, which ends the process.
 #pragma once

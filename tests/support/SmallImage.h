@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a pipeline makes of an image of its own memory: a dense one from coordinate 0, whose
 // elements a test sets one by one, or that of a random call.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parallel loop of the tests under the thread sanitizer: the packaged TBB is built
 // without it, so that its synchronisation is not seen. The contract is that of the loop on
 // TBB.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Watches the tasks of the parallel loop through the runtime's task hook, for as long as
 // it lives. One at a time.
 #pragma once

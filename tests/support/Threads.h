@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a function with a given number of threads for the parallel loop, the caller's
 // included.
 #pragma once

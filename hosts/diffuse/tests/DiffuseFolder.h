@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A folder with small pictures, to run the program in.
 #pragma once
 

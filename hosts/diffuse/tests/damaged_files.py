@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Gives the program valid files, mutated ones and cut ones, and fails unless it reads them right or
 refuses them in one line: see broken_promise in program.py, and judge below.
 

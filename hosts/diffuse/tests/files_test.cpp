@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Formats, colours, and the place of a picture in space.
 #include <cmath>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The program as a user meets it: real runs on real files in a folder of their own.
 #include <gtest/gtest.h>
 

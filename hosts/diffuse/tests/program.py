@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Runs the program as its users do and tells which of its promises a run broke."""
 import os
 import pathlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Reads picture and volume files without the program: with Pillow, tifffile, nibabel and pydicom,
 NRRD and MetaImage with the few lines below. What a file does not plainly say raises."""
 import gzip

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Gives the program every picture and volume of some Debian packages and TIFF files of many kinds,
 and prints for each whether it was read, or refused in which line, and whether the samples, their
 type, the channels, the pages and the place in space are those of another reader.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the program tells: thresholds that it finds, reports, the manual.
 #include <cmath>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Lets two runs of the program write one file at once, round after round, and fails unless it is
 wholly that of one of them each time, with nothing left beside it.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Small valid files of every format and kind of samples that the program reads."""
 import gzip
 import io

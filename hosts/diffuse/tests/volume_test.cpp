@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole volumes, and the instruction sets that the program chooses from.
 #include <algorithm>
 #include <cmath>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Anisotropic diffusion (Perona and Malik, 1990) of NumPy arrays by libdiffusefilt_halide.
 
 >>> import diffusefilt, numpy

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The axes on which a caller chooses a pipeline, in the words of the exported names."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One call from noisy samples to smooth ones: conversions, channels, the threshold by the noise."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The shared object below diffusefilt: where it is found, its records, calls and error handler,
 and which of its instruction sets this processor can run. Hosts import diffusefilt."""
 from __future__ import annotations

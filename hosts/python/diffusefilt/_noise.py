@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The estimates of hosts/noise, which the command line host makes its thresholds by."""
 from __future__ import annotations
 

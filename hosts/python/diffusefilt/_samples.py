@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Samples of any numeric type as elements of the arithmetic, and back, as the command line host
 converts them."""
 from __future__ import annotations

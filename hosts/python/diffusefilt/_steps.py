@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The exact layer: one step, several, and one on a slab. Hosts import diffusefilt, which tells what
 is common to all of it."""
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Whether the threads of the library's loop can be started here. TBB ends the process where the
 system refuses it a thread, so this is tried out before the first call."""
 from __future__ import annotations

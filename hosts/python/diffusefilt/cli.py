@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The command `python3 -m diffusefilt`: denoise from one file of NumPy to another."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Diffusion of Dask arrays, lazily: any chunks, any scheduler, no store of its own.
 
 What is larger than the memory of all workers, or has more steps than a chunk can give a halo for,

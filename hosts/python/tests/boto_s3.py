@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """S3 for fsspec through boto3, as far as the cluster host uses a file system: Debian has no s3fs.
 Workers import it as a preload. The server's address stands in DIFFUSEFILT_TEST_S3."""
 import os

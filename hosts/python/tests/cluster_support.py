@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the tests of the cluster host share."""
 import os
 import shutil

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Runs a command with an S3 server on loopback, whose address stands in DIFFUSEFILT_TEST_S3:
 
     python3 s3_server.py FOLDER COMMAND...

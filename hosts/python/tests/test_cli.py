@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """python3 -m diffusefilt: from file to file."""
 import contextlib
 import io

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Zarr in and out on a Dask cluster: bits, stores, memory, lost workers, resuming."""
 import glob
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The command line of the cluster host: signals, resuming, bad input."""
 import contextlib
 import glob

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How an array is cut: into blocks and rounds, within memory, in order."""
 import math
 import random

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Random cases of the cluster host: equal bits, and kills followed by --resume. A few in all runs,
 500 and 50 with DIFFUSEFILT_LONG=1; DIFFUSEFILT_SEED chooses others."""
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Lazily on Dask arrays: bits, chunks, schedulers, refusals. DIFFUSEFILT_LONG asks for the full
 count of random arrays."""
 import concurrent.futures

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """denoise: the samples of the command line host, containers kept, refusals."""
 import gzip
 import itertools

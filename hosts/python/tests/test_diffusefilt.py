@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """NumPy in and out: results, memory, refusals, and where the library is found."""
 import ctypes
 import itertools

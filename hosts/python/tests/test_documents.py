@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What docstrings, docs/python.md and README.md show works."""
 import contextlib
 import doctest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Where the system refuses threads or memory, and after a fork: right bits, and the interpreter goes
 on."""
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Anisotropic diffusion of Zarr arrays that need not fit into memory, on the workers of a Dask
 cluster. The command line:
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """python3 -m diffusefilt.cluster"""
 import signal
 import sys

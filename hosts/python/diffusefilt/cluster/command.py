@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The command line: python3 -m diffusefilt.cluster"""
 from __future__ import annotations
 

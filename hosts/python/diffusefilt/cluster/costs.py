@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What reading, writing and a step cost here, measured on one block."""
 from __future__ import annotations
 

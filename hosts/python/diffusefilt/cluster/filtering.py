@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """filter_store: from the question to the finished target."""
 from __future__ import annotations
 

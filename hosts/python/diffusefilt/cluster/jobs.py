@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What all tasks of one call share. It stands as JSON in the folder .partial of the target until
 that is whole: tasks receive its place and the index of a block, and a call that goes on where
 another stopped takes it from there."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A cluster on this machine."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How an array is cut into blocks and its steps into rounds.
 
 In a round every block takes k steps at once: a task reads the block with k elements to each side,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The coarser arrays of an OME-Zarr group: each element is the mean of those of the next finer
 array that it stands for."""
 from __future__ import annotations

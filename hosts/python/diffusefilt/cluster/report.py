@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What was done and how long it took."""
 from __future__ import annotations
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The order in which blocks take their rounds. There is no barrier: a block goes into its next
 round as soon as all blocks that it then reads of have done the one before."""
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What can be filtered: a Zarr array of 2 or 3 dimensions, or an OME-Zarr group, whose finest
 array is filtered and whose coarser ones are made anew."""
 from __future__ import annotations

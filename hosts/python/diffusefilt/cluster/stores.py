@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Zarr arrays on any file system that fsspec opens.
 
 An array that is being written has no metadata in its store, so nobody takes it for a whole one:

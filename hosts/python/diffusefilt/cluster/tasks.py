@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a worker does for a block. It runs up to three tasks at once: while one filters, another
 reads and a third writes; none of these is done by two at a time."""
 from __future__ import annotations
