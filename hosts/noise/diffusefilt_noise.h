@@ -14,6 +14,7 @@ extern "C" {
 
 /* A pipeline of the library, which brings its conduction, connectivity and instruction set along.
  */
+/* NOLINTNEXTLINE(modernize-use-using): C */
 typedef int (*diffusefilt_noise_step)(struct halide_buffer_t* input, double threshold,
                                       struct halide_buffer_t* output);
 
