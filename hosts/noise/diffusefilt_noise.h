@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: MIT */
+// SPDX-License-Identifier: MIT
 /* How noisy pictures are, and the gradient threshold that suits this noise: one estimate for all
    hosts, whatever their language. */
 #pragma once
