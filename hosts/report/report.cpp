@@ -32,8 +32,8 @@ std::string filtering(const Report& report) {
 std::string plainReport(const Report& report) {
     std::string text;
     if (report.thresholdIsAuto && report.iterations > 0) {
-        text += line("threshold: %.4g, for noise of sigma %.4g and %d steps\n", report.threshold,
-                     report.noise.sigma, report.iterations);
+        text += line("threshold: %.4g, for noise of sigma %.4g and %d step%s\n", report.threshold,
+                     report.noise.sigma, report.iterations, report.iterations == 1 ? "" : "s");
     }
     if (report.thresholdIsAuto && report.noise.isCorrelated) {
         text += line("noise: not white, correlation %.2f between neighbours: compare thresholds\n",
