@@ -21,8 +21,9 @@ void inParts(std::size_t count, std::size_t size, const Work& work) {
         std::size_t count, size;
         const Work& work;
     } closure{count, size, work};
+    // NOLINTNEXTLINE(readability-non-const-parameter): the type of a task
     const auto task = [](void*, int part, std::uint8_t* bytes) {
-        auto& all = *reinterpret_cast<Closure*>(bytes);
+        const auto& all = *reinterpret_cast<const Closure*>(bytes);
         const std::size_t begin = part * all.size;
         all.work(begin, std::min(begin + all.size, all.count));
         return 0;

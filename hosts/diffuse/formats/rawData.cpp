@@ -38,7 +38,9 @@ void readPlain(const RawSamples& raw, std::span<std::byte> samples) {
 // Of gzip: streams one behind the other.
 void readPacked(const RawSamples& raw, std::span<std::byte> samples) {
     std::ostringstream bytes;
-    bytes << std::ifstream(raw.file, std::ios::binary).seekg(raw.offset).rdbuf();
+    std::ifstream stream(raw.file, std::ios::binary);
+    stream.seekg(static_cast<std::streamoff>(raw.offset));
+    bytes << stream.rdbuf();
     const std::string packed = std::move(bytes).str();
     std::vector<std::byte> plain(raw.skipped + samples.size());
     auto* const unpack = libdeflate_alloc_decompressor();
