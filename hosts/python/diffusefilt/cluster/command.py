@@ -153,9 +153,10 @@ def _client_of(options: argparse.Namespace) -> Iterator[distributed.Client]:
         yield client
         client.close()
         client.cluster.close()
-    except BaseException:
-        for nanny in nannies:  # or it would start its worker again
-            nanny.status = distributed.Status.closing
+    except BaseException as error:
+        if isinstance(error, Interrupted):  # then nothing waits for a nanny to close
+            for nanny in nannies:  # or it would start its worker again
+                nanny.status = distributed.Status.closing
         for child in multiprocessing.active_children():
             child.kill()
         raise
