@@ -177,9 +177,7 @@ def read_slice(path):
         return image
     row, column = np.reshape(data.ImageOrientationPatient, (2, 3)).astype(float)
     spacing = [float(value) for value in data.PixelSpacing]
-    distance = float(data.get("SpacingBetweenSlices", 1))
-    steps = np.column_stack([row * spacing[1], column * spacing[0],
-                             np.cross(row, column) * distance])
+    steps = np.column_stack([row * spacing[1], column * spacing[0], np.cross(row, column)])
     return image._replace(origin=np.array(data.ImagePositionPatient, float), steps=steps)
 
 
